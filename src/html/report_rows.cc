@@ -1,0 +1,125 @@
+// One record at a time: a day's memory is its count tables, never its
+// lines. The row colour alternates for the life of the process; a run makes
+// one report, so every report starts with the same colour.
+#include "html/report_rows.h"
+
+#include <strings.h>
+
+#include <cstring>
+#include <memory>
+
+#include "log/scan_record.h"
+
+// Last, so that its POSIX basename is not redeclared by <cstring>.
+#include <libgen.h>
+
+namespace {
+
+bool row_shade = false;
+
+bool is(const std::optional<std::string>& text, const char* keyword) {
+  return text && strcasecmp(text->c_str(), keyword) == 0;
+}
+
+// Whether the record carries every field its result shows.
+bool has_fields_for_row(const ScanRecord& r) {
+  if (!r.time || !r.client || !r.result || !r.file) return false;
+  if (is(r.result, "INFECTED")) {
+    if (!r.virus || !r.action) return false;
+    if (is(r.action, "QUARANTINED") && !r.quarantine) return false;
+  }
+  if (is(r.result, "CURED") && !r.virus) return false;
+  if ((is(r.result, "ERROR") || is(r.result, "EXCLUDED")) && !r.remark) {
+    return false;
+  }
+  return true;
+}
+
+// The result key a record counts under, or null for an INFECTED record
+// whose action is none of the four known ones.
+const char* tally_key(const ScanRecord& r) {
+  if (is(r.result, "CLEAN")) return "clean";
+  if (is(r.result, "CURED")) return "cured";
+  if (is(r.result, "INFECTED")) {
+    if (is(r.action, "DELETED")) return "deleted";
+    if (is(r.action, "QUARANTINED")) return "quarantined";
+    if (is(r.action, "ACTION ERROR")) return "acterror";
+    if (is(r.action, "ACCESS DENIED")) return "denied";
+    return nullptr;
+  }
+  if (is(r.result, "ERROR")) return "error";
+  if (is(r.result, "EXCLUDED")) return "excluded";
+  return nullptr;
+}
+
+void cell(OutputFile& out, const std::string& text) {
+  out << "<td align='left'>" << text << "</td>";
+  out.end_line();
+}
+
+void path_cell(OutputFile& out, const std::string& path) {
+  out << "<td align='left' title='" << path << "'>" << path_basename(path)
+      << "</td>";
+  out.end_line();
+}
+
+void write_row(OutputFile& out, const ScanRecord& r, int32_t row_number) {
+  out << "<tr bgcolor='" << (row_shade ? "#cfe1fd" : "#bbccdd") << "'>";
+  out.end_line();
+  row_shade = !row_shade;
+  out << "<td align='left'><input type='checkbox' id='chk_sel_" << row_number
+      << "'></td>";
+  out.end_line();
+  cell(out, *r.date + "/" + *r.time);
+  cell(out, *r.client);
+  path_cell(out, *r.file);
+  cell(out, *r.result);
+  cell(out, r.virus ? *r.virus : r.remark ? *r.remark : "-");
+  cell(out, r.action ? *r.action : "-");
+  if (r.quarantine) {
+    path_cell(out, *r.quarantine);
+  } else {
+    cell(out, "-");
+  }
+  out << "</tr>";
+  out.end_line();
+}
+
+void count_record(const ScanRecord& r, CountTable& client_counts,
+                  CountTable& virus_counts, CountTable& file_counts,
+                  SummaryTally& tally) {
+  add_count(file_counts, *r.file, 1);
+  add_count(client_counts, *r.client, 1);
+  if (r.virus) add_count(virus_counts, *r.virus, 1);
+  if (const char* key = tally_key(r)) add_count(tally, key, 1);
+}
+
+}  // namespace
+
+std::string path_basename(const std::string& path) {
+  std::string copy = path;  // basename may write into what it is given
+  return basename(copy.data());
+}
+
+int write_report_rows(CountTable& client_counts, CountTable& virus_counts,
+                      CountTable& file_counts, SummaryTally& tally,
+                      LineReader& log, OutputFile& rows_out, DateStamp day,
+                      char* pending_line) {
+  int32_t row_number = 0;
+  auto line = std::make_unique<char[]>(LOG_LINE_SIZE);
+  std::memcpy(line.get(), pending_line, LOG_LINE_SIZE);
+  line[LOG_LINE_SIZE - 1] = '\0';
+  for (;;) {
+    ScanRecord record(line.get());
+    if (record.date) {
+      if (log_date_to_stamp(record.date->c_str()) != day) break;
+      if (has_fields_for_row(record)) {
+        write_row(rows_out, record, row_number++);
+        count_record(record, client_counts, virus_counts, file_counts, tally);
+      }
+    }
+    if (!log.getline(line.get())) break;
+  }
+  std::memcpy(pending_line, line.get(), LOG_LINE_SIZE);
+  return 0;
+}

@@ -1,0 +1,51 @@
+// Calendar dates in the forms the tool meets: the yyyymmdd argument form,
+// the dd-mm-yyyy field of the scan log, the dd-mm-yyyy display form of the
+// report titles and the eight-digit day text naming the day directories.
+#ifndef SCANREPORT_LOG_DATE_H_
+#define SCANREPORT_LOG_DATE_H_
+
+#include <cstdint>
+#include <ctime>
+
+// A date whose decimal digits read yyyymmdd; 0 means no date or an invalid
+// one. Dates compare as plain signed integers.
+using DateStamp = int32_t;
+
+inline constexpr int SECONDS_PER_DAY = 86400;
+inline constexpr int DISPLAY_DATE_SIZE = 11;  // "31-01-2024" and its NUL
+inline constexpr int DAY_TEXT_SIZE = 9;       // "20240131" and its NUL
+
+// Days of `month` in `year` (Gregorian); 0 for a month outside 1..12 or a
+// year of 1900 or earlier.
+int days_in_month(int month, int year);
+
+// Exactly eight decimal digits forming a valid date from 19010101 on.
+// Returns 0 for anything else, including a null `text`.
+DateStamp parse_date_arg(const char* text);
+
+// Ten characters of digits and hyphens holding day, month and year as three
+// hyphen-separated numbers (31-01-2024, also loose runs such as 1-12-02024).
+// Returns 0 for anything else, including a null `text`. Years above 214748,
+// whose stamp would not fit 32 bits, are refused as well.
+DateStamp log_date_to_stamp(const char* text);
+
+// Writes the display form dd-mm-yyyy of `stamp` into `out`, which must hold
+// DISPLAY_DATE_SIZE bytes; the empty text for 0. Never writes past
+// DISPLAY_DATE_SIZE bytes, whatever the stamp.
+void format_stamp(DateStamp stamp, char* out);
+
+// The current date in the local time zone.
+DateStamp today_stamp();
+
+// Midnight of `stamp` in local standard time (the daylight-saving flag is
+// cleared), so adding SECONDS_PER_DAY always lands on the next calendar day.
+time_t stamp_to_time(DateStamp stamp);
+
+// Writes the eight-digit local day of `t` into `out` (DAY_TEXT_SIZE bytes).
+void time_to_day_text(time_t t, char* out);
+
+// Whole days from `a` to `b` (a not later than b), whatever daylight-saving
+// changes lie between.
+int32_t day_count(DateStamp a, DateStamp b);
+
+#endif  // SCANREPORT_LOG_DATE_H_

@@ -1,0 +1,60 @@
+// The one way the scan log is read. LineReader behaves exactly like
+// std::istream::getline into a LOG_LINE_SIZE buffer, so every reader of the
+// log sees the same lines, the same failures and the same end-of-file
+// state, while the reading itself can be made fast in one place.
+#ifndef SCANREPORT_LOG_LINE_READER_H_
+#define SCANREPORT_LOG_LINE_READER_H_
+
+#include <cstddef>
+#include <memory>
+
+inline constexpr int LOG_LINE_SIZE = 2048;
+
+class LineReader {
+ public:
+  LineReader() = default;
+  ~LineReader();
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  // Opens `path` for reading; false when it cannot be opened.
+  bool open(const char* path);
+  bool is_open() const { return fd_ >= 0; }
+  void close();
+
+  // Reads the next line into `buf` (LOG_LINE_SIZE bytes) and returns
+  // !failed(). Exactly as std::istream::getline(buf, LOG_LINE_SIZE):
+  // - a line of up to 2047 characters is stored whole, NUL-terminated; its
+  //   line feed is consumed and not stored; bytes are copied unchanged, NUL
+  //   bytes included;
+  // - a longer line stores its first 2047 characters and fails; nothing
+  //   after them is consumed;
+  // - a last line without a line feed is stored and sets eof();
+  // - a read at the end of the file stores the empty text, sets eof() and
+  //   fails;
+  // - once eof() or failed() is set, every later read fails and stores the
+  //   empty text.
+  bool getline(char* buf);
+
+  bool eof() const { return eof_; }
+  bool failed() const { return failed_; }
+
+ private:
+  bool refill();
+
+  int fd_ = -1;
+  std::unique_ptr<char[]> block_;
+  size_t block_size_ = 0;
+  size_t pos_ = 0;
+  size_t end_ = 0;
+  bool eof_ = false;
+  bool failed_ = false;
+
+  friend void set_line_reader_block_size(LineReader&, size_t);
+};
+
+// Test hook: shrinks the read block (before the first read) so that tests
+// can make lines straddle block boundaries with small inputs.
+void set_line_reader_block_size(LineReader& reader, size_t size);
+
+#endif  // SCANREPORT_LOG_LINE_READER_H_

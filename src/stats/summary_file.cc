@@ -1,0 +1,124 @@
+// The summary file is read back by every later range report, so the reader
+// accepts whatever bytes it finds (a hand-edited or truncated file must
+// never stop a report) and the writer keeps to the one simple format.
+#include "stats/summary_file.h"
+
+#include <cstdio>
+#include <string>
+
+#include "report/output_paths.h"
+
+int write_summary_text(const RankedList& client_list,
+                       const RankedList& virus_list,
+                       const RankedList& file_list, const SummaryTally& tally,
+                       const char* out_dir) {
+  char path[PATH_BUFFER_SIZE];
+  std::snprintf(path, sizeof path, "%s/summary.txt", out_dir);
+  OutputFile out;
+  if (!out.open(path)) return -1;
+  write_ranked_section(out, client_list, "Top 10 Client");
+  write_ranked_section(out, virus_list, "Top 10 Virus");
+  write_ranked_section(out, file_list, "Top 10 File");
+  write_tally_section(out, tally, "Summary");
+  out.close();
+  return 0;
+}
+
+static void write_header(OutputFile& out, const char* title) {
+  out << '[' << title << ']';
+  out.end_line();
+}
+
+static void write_entry(OutputFile& out, std::string_view name, int32_t n) {
+  out << name << '=' << n;
+  out.end_line();
+}
+
+void write_ranked_section(OutputFile& out, const RankedList& list,
+                          const char* title) {
+  write_header(out, title);
+  for (const RankedEntry& entry : list) write_entry(out, entry.name, entry.count);
+}
+
+void write_tally_section(OutputFile& out, const CountTable& table,
+                         const char* title) {
+  write_header(out, title);
+  for (const auto& [name, count] : table) write_entry(out, name, count);
+}
+
+namespace {
+
+// atoi as glibc implements it: (int)strtol, so leading white space, a sign,
+// digits up to the first other byte; out-of-range values saturate to the
+// long range before being cut to int.
+int32_t atoi_value(std::string_view text) {
+  size_t i = 0;
+  while (i < text.size() &&
+         (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) {
+    ++i;
+  }
+  bool negative = false;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+    negative = text[i] == '-';
+    ++i;
+  }
+  // Magnitudes beyond the long range only need to be known as too large.
+  constexpr unsigned long long kLongMax = 9223372036854775807ULL;
+  unsigned long long magnitude = 0;
+  bool too_large = false;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    if (magnitude > kLongMax / 10 + 1) {
+      too_large = true;
+    } else {
+      magnitude = magnitude * 10 + static_cast<unsigned>(text[i] - '0');
+    }
+  }
+  unsigned long long bits;  // the long value, two's complement
+  if (negative) {
+    bits = too_large || magnitude > kLongMax + 1 ? kLongMax + 1
+                                                 : 0ULL - magnitude;
+  } else {
+    bits = too_large || magnitude > kLongMax ? kLongMax : magnitude;
+  }
+  return static_cast<int32_t>(static_cast<uint32_t>(bits));
+}
+
+// The table a section header selects, tested letter by letter; a header
+// that matches nothing keeps the current table.
+CountTable* table_for_header(const std::string& line, CountTable* current,
+                             CountTable& client_table, CountTable& virus_table,
+                             CountTable& file_table, SummaryTally& tally) {
+  char at8 = line.size() > 8 ? line[8] : '\0';
+  if (at8 == 'C') current = &client_table;
+  if (at8 == 'V') current = &virus_table;
+  if (at8 == 'F') current = &file_table;
+  if (line.size() > 1 && line[1] == 'S') current = &tally;
+  return current;
+}
+
+}  // namespace
+
+int merge_summary_text(CountTable& client_table, CountTable& virus_table,
+                       CountTable& file_table, SummaryTally& tally,
+                       std::istream& in) {
+  CountTable* current = nullptr;
+  std::string line;
+  for (;;) {
+    std::getline(in, line);
+    if (in.fail()) return 0;  // nothing (more) was read
+    if (!line.empty()) {
+      if (line[0] == '[') {
+        current = table_for_header(line, current, client_table, virus_table,
+                                   file_table, tally);
+      } else if (current != nullptr) {
+        size_t equals = line.find('=');
+        std::string_view text(line);
+        std::string_view name = text.substr(0, equals);
+        std::string_view value =
+            equals == std::string::npos ? text : text.substr(equals + 1);
+        add_count(*current, name, atoi_value(value));
+      }
+    }
+    if (in.eof()) return 0;
+  }
+}

@@ -1,0 +1,35 @@
+// The day summary file "summary.txt": a day's (or a range's) full lists and
+// result counts, kept so that range reports can add days up without reading
+// the scan log again. Format in doc/summary-file.md.
+#ifndef SCANREPORT_STATS_SUMMARY_FILE_H_
+#define SCANREPORT_STATS_SUMMARY_FILE_H_
+
+#include <istream>
+
+#include "io/output_file.h"
+#include "stats/count_table.h"
+
+// Writes `out_dir`/summary.txt (replacing it): the client, virus and file
+// lists front to back, then the tally in key order. Returns 0, or -1 when
+// the file cannot be opened (nothing is written then).
+int write_summary_text(const RankedList& client_list,
+                       const RankedList& virus_list,
+                       const RankedList& file_list, const SummaryTally& tally,
+                       const char* out_dir);
+
+// One section: "[title]" and a "name=count" line per entry.
+void write_ranked_section(OutputFile& out, const RankedList& list,
+                          const char* title);
+void write_tally_section(OutputFile& out, const CountTable& table,
+                         const char* title);
+
+// Reads a summary file from `in` to its end and adds every entry into the
+// table its section header selects. Tolerates any bytes: malformed lines
+// become entries by the same rules, entry lines before the first recognised
+// header are skipped, and a stream that fails stops the reading without
+// handling any line twice. Always returns 0.
+int merge_summary_text(CountTable& client_table, CountTable& virus_table,
+                       CountTable& file_table, SummaryTally& tally,
+                       std::istream& in);
+
+#endif  // SCANREPORT_STATS_SUMMARY_FILE_H_
