@@ -30,9 +30,10 @@ int main(int argc, char** argv) {
   const char* log_path = quarantine_mode ? argv[2] : argv[1];
   if (access(log_path, R_OK) < 0) refuse(missing_log_message(log_path));
 
-  // A quarantine request of three arguments has no date: argv[3] is then
-  // the terminating null, which parses as no date and shows as "".
-  const char* date_argument = quarantine_mode ? argv[3] : argv[2];
+  // A quarantine request of three arguments has no date argument at all; it
+  // is refused as an invalid date that shows as the empty text.
+  const char* date_argument =
+      quarantine_mode ? (argc > 3 ? argv[3] : nullptr) : argv[2];
   DateStamp start_date = parse_date_arg(date_argument);
   if (start_date == 0) {
     refuse(invalid_date_message(date_argument ? date_argument : ""));
