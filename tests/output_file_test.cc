@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -81,6 +82,14 @@ TEST(OutputFile, RefusesALinkAsLastComponent) {
   fs::create_symlink(missing, dangling);
   EXPECT_FALSE(out.open(dangling.c_str()));
   EXPECT_FALSE(file_exists(missing));
+}
+
+TEST(OutputFile, RefusesANamedPipeWithoutHanging) {
+  TempDir dir;
+  const std::string fifo = dir.path + "/report.txt";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+  OutputFile out;
+  EXPECT_FALSE(out.open(fifo.c_str()));  // no reader: would block forever
 }
 
 TEST(OutputFile, FollowsDirectoryLinksAlongThePath) {

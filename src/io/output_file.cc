@@ -13,11 +13,19 @@ OutputFile::~OutputFile() { close(); }
 
 bool OutputFile::open(const char* path) {
   close();
+  // O_NONBLOCK makes a named pipe planted in place of a report fail to open
+  // (no reader) instead of hanging the run; regular files ignore it, and it
+  // is cleared again before anything is written.
   do {
-    fd_ = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                 0666);
+    fd_ = ::open(
+        path,
+        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
+        0666);
   } while (fd_ < 0 && errno == EINTR);
-  return fd_ >= 0;
+  if (fd_ < 0) return false;
+  int flags = fcntl(fd_, F_GETFL);
+  if (flags >= 0) fcntl(fd_, F_SETFL, flags & ~O_NONBLOCK);
+  return true;
 }
 
 OutputFile& OutputFile::operator<<(std::string_view text) {
