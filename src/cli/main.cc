@@ -24,7 +24,9 @@ namespace {
 
 int main(int argc, char** argv) {
   if (getuid() != 0) refuse(ROOT_REQUIRED_MESSAGE);
-  if (argc < 3 || argc > 4) refuse(usage_message(argv[0]));
+  // An older kernel lets a caller start the program with no argument
+  // vector at all; the usage text then names no program.
+  if (argc < 3 || argc > 4) refuse(usage_message(argc > 0 ? argv[0] : ""));
 
   const bool quarantine_mode = is_quarantine_selector(argv[1]);
   const char* log_path = quarantine_mode ? argv[2] : argv[1];
