@@ -4,6 +4,8 @@
 // shown, since every later step is cut away anyway.
 #include "stats/count_table.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 void add_count(CountTable& table, std::string_view name, int32_t n) {
@@ -23,7 +25,7 @@ int32_t lookup_count(const CountTable& table, std::string_view name) {
 
 void init_summary_tally(SummaryTally& tally) {
   static constexpr const char* kResultKeys[] = {
-      "acterror", "clean",  "cured",    "deleted",
+      "acterror", "clean", "cured",    "deleted",
       "denied",   "error", "excluded", "quarantined"};
   for (const char* key : kResultKeys) tally.try_emplace(key, 0);
 }
@@ -39,19 +41,40 @@ void ranked_list_from_table(CountTable& table, RankedList& list) {
 }
 
 namespace {
+
 constexpr size_t kShownEntries = 10;
 constexpr size_t kKeptOnTie = 11;
+
+// The first eleven steps of the exchange selection; later steps only touch
+// positions that the cut removes. The passes read a copy of the counts, a
+// tenth of the bytes of the entries, which stays in cache between passes.
+void order_first_eleven(RankedList& list) {
+  std::vector<int32_t> counts(list.size());
+  for (size_t i = 0; i < list.size(); ++i) counts[i] = list[i].count;
+  const size_t steps = std::min(list.size(), kKeptOnTie);
+  for (size_t p = 0; p < steps; ++p) {
+    // The earliest position holding the greatest remaining count.
+    int32_t top = counts[p];
+    for (size_t q = p + 1; q < counts.size(); ++q) {
+      top = std::max(top, counts[q]);
+    }
+    size_t best =
+        std::find(counts.begin() + p, counts.end(), top) - counts.begin();
+    if (best != p) {
+      std::swap(counts[p], counts[best]);
+      std::swap(list[p], list[best]);
+    }
+  }
+}
+
 }  // namespace
 
 void select_top_ten(RankedList& list) {
-  const size_t steps = std::min(list.size(), kKeptOnTie);
-  for (size_t p = 0; p < steps; ++p) {
-    size_t best = p;
-    for (size_t q = p + 1; q < list.size(); ++q) {
-      if (list[q].count > list[best].count) best = q;
-    }
-    if (best != p) std::swap(list[p], list[best]);
-  }
+  // The counts' copy is freed before the cut frees up to a million names:
+  // freeing a large block right after many small ones makes the allocator
+  // merge all the small ones there and then, which costs more than the
+  // selection itself.
+  order_first_eleven(list);
   if (list.size() > kKeptOnTie) list.resize(kKeptOnTie);
   if (list.size() == kKeptOnTie &&
       list[kShownEntries - 1].count > list[kShownEntries].count) {

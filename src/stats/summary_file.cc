@@ -3,8 +3,10 @@
 // never stop a report) and the writer keeps to the one simple format.
 #include "stats/summary_file.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "report/output_paths.h"
 
@@ -13,7 +15,10 @@ int write_summary_text(const RankedList& client_list,
                        const RankedList& file_list, const SummaryTally& tally,
                        const char* out_dir) {
   char path[PATH_BUFFER_SIZE];
-  std::snprintf(path, sizeof path, "%s/summary.txt", out_dir);
+  int length = std::snprintf(path, sizeof path, "%s/summary.txt", out_dir);
+  // A cut-off path would name some other file, possibly in a parent
+  // directory; treat a directory too long for the buffer as unopenable.
+  if (length < 0 || static_cast<size_t>(length) >= sizeof path) return -1;
   OutputFile out;
   if (!out.open(path)) return -1;
   write_ranked_section(out, client_list, "Top 10 Client");
@@ -37,7 +42,8 @@ static void write_entry(OutputFile& out, std::string_view name, int32_t n) {
 void write_ranked_section(OutputFile& out, const RankedList& list,
                           const char* title) {
   write_header(out, title);
-  for (const RankedEntry& entry : list) write_entry(out, entry.name, entry.count);
+  for (const RankedEntry& entry : list)
+    write_entry(out, entry.name, entry.count);
 }
 
 void write_tally_section(OutputFile& out, const CountTable& table,
@@ -75,8 +81,8 @@ int32_t atoi_value(std::string_view text) {
   }
   unsigned long long bits;  // the long value, two's complement
   if (negative) {
-    bits = too_large || magnitude > kLongMax + 1 ? kLongMax + 1
-                                                 : 0ULL - magnitude;
+    bits =
+        too_large || magnitude > kLongMax + 1 ? kLongMax + 1 : 0ULL - magnitude;
   } else {
     bits = too_large || magnitude > kLongMax ? kLongMax : magnitude;
   }

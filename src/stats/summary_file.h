@@ -11,7 +11,8 @@
 
 // Writes `out_dir`/summary.txt (replacing it): the client, virus and file
 // lists front to back, then the tally in key order. Returns 0, or -1 when
-// the file cannot be opened (nothing is written then).
+// the file cannot be opened or its path does not fit PATH_BUFFER_SIZE
+// (nothing is written then).
 int write_summary_text(const RankedList& client_list,
                        const RankedList& virus_list,
                        const RankedList& file_list, const SummaryTally& tally,
