@@ -55,10 +55,35 @@ std::string make_day_dir(int stamp) {
 
 std::string range_dir() { return std::string(TEST_OUTPUT_ROOT) + "range/"; }
 
+namespace {
+
+// All temporary files of a test process live in one directory, removed
+// when the process exits. The name is never destroyed, so the exit handler
+// can still read it.
+const std::string* temp_root_name = nullptr;
+
+void remove_temp_root() {
+  std::error_code ignored;
+  fs::remove_all(*temp_root_name, ignored);
+}
+
+const std::string& temp_root() {
+  if (temp_root_name == nullptr) {
+    char dir_template[] = "/tmp/scanreport-test-XXXXXX";
+    if (mkdtemp(dir_template) == nullptr) throw std::runtime_error("mkdtemp");
+    temp_root_name = new std::string(dir_template);
+    std::atexit(remove_temp_root);
+  }
+  return *temp_root_name;
+}
+
+}  // namespace
+
 std::string temp_file(const std::string& bytes) {
-  char dir_template[] = "/tmp/scanreport-test-XXXXXX";
-  if (mkdtemp(dir_template) == nullptr) throw std::runtime_error("mkdtemp");
-  std::string path = std::string(dir_template) + "/file";
+  static int serial = 0;
+  std::string dir = temp_root() + "/" + std::to_string(++serial);
+  fs::create_directory(dir);
+  std::string path = dir + "/file";
   write_file(path, bytes);
   return path;
 }
