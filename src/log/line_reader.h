@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string_view>
 
 inline constexpr int LOG_LINE_SIZE = 2048;
 
@@ -36,6 +37,18 @@ class LineReader {
   //   empty text.
   bool getline(char* buf);
 
+  // The whole lines that the block read last holds from the read position
+  // on, line feeds included: a view into the reader's block, valid until
+  // the next getline or close. Empty once eof() or failed() is set, and
+  // when the block holds no further line feed (getline then reads on).
+  // Nothing is consumed.
+  std::string_view buffered_lines() const;
+
+  // Consumes the first `count` bytes of buffered_lines(). They must end
+  // with a line feed and hold only lines of at most 2047 characters: the
+  // state is then exactly as after reading those lines with getline.
+  void consume(size_t count) { pos_ += count; }
+
   bool eof() const { return eof_; }
   bool failed() const { return failed_; }
 
@@ -44,7 +57,8 @@ class LineReader {
 
   int fd_ = -1;
   std::unique_ptr<char[]> block_;
-  size_t block_size_ = 0;
+  size_t block_size_ = 0;            // of the block allocated by open()
+  size_t requested_block_size_ = 0;  // for the next open(); 0: default
   size_t pos_ = 0;
   size_t end_ = 0;
   bool eof_ = false;
@@ -53,8 +67,8 @@ class LineReader {
   friend void set_line_reader_block_size(LineReader&, size_t);
 };
 
-// Test hook: shrinks the read block (before the first read) so that tests
-// can make lines straddle block boundaries with small inputs.
+// Test hook: the size of the read block from the next open() on, so that
+// tests can make lines straddle block boundaries with small inputs.
 void set_line_reader_block_size(LineReader& reader, size_t size);
 
 #endif  // SCANREPORT_LOG_LINE_READER_H_

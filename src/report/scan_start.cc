@@ -1,15 +1,202 @@
 // Every line before the period is looked at only for its date, so this is
 // the loop that decides how fast a report for a recent day can be made.
+//
+// Lines of the usual shape are judged where they lie in the reader's
+// block, a whole block at a time, without being copied. Any other line,
+// and the line that ends the scan, is read with getline and cut by
+// line_date exactly as before, so the line handed on and the reader's
+// state are those of a plain getline loop.
 #include "report/scan_start.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "log/scan_record.h"
 
 namespace {
+
 constexpr int kDateFieldSize = 64;
+constexpr size_t kLogDateLength = 10;
+constexpr size_t kMaxLineLength = LOG_LINE_SIZE - 1;
+
+bool is_date_char(char c) { return (c >= '0' && c <= '9') || c == '-'; }
+
+// Consecutive lines nearly always carry the same date text, and its stamp
+// depends on nothing else, so the last one is remembered: its ten
+// characters and the ",," behind them, as the twelve bytes of the line.
+// Before the first date it holds twelve NUL bytes and the stamp 0, which
+// is right for a field of NUL bytes too: the line's text ends before it.
+struct DateMemo {
+  uint64_t head = 0;
+  uint32_t tail = 0;
+  DateStamp stamp = 0;
+};
+
+constexpr size_t kMemoBytes = kLogDateLength + 2;
+
+bool memo_matches(const DateMemo& memo, const char* field) {
+  uint64_t head;
+  uint32_t tail;
+  std::memcpy(&head, field, sizeof head);
+  std::memcpy(&tail, field + sizeof head, sizeof tail);
+  return head == memo.head && tail == memo.tail;
 }
+
+// The first ",," in [line, end), or null when there is none or a NUL byte
+// comes before it.
+const char* first_separator(const char* line, const char* end) {
+  const char* p = line;
+#if defined(__x86_64__)
+  // First fields are short: one look at 16 bytes nearly always settles it.
+  if (end - line >= 16) {
+    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
+    unsigned commas = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
+    unsigned nuls = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+    unsigned pairs = commas & (commas >> 1);
+    if (pairs != 0) {
+      unsigned at = static_cast<unsigned>(__builtin_ctz(pairs));
+      return (nuls & ((1u << at) - 1)) == 0 ? line + at : nullptr;
+    }
+    if (nuls != 0) return nullptr;
+    p = line + 15;  // a pair may still begin at the 16th byte
+  }
+#endif
+  for (; end - p >= 2; ++p) {
+    if (p[0] == ',' && p[1] == ',') return p;
+    if (p[0] == '\0') return nullptr;
+  }
+  return nullptr;
+}
+
+// The date of the line [line, end) when it has the usual shape: a first
+// field without NUL bytes, ",,", ten digits and hyphens, ",,". For such a
+// line trim_blanks and next_field find exactly those ten characters as
+// its date field: leading blanks hold no separator, so skipping them
+// finds the same first ",,"; trailing blanks cannot reach the separator
+// behind the date; and no NUL byte ends the text before it. False for any
+// other line, which is then read the long way.
+[[gnu::noinline]] bool usual_line_date(const char* line, const char* end,
+                                       DateMemo& memo, DateStamp* stamp) {
+  const char* p = first_separator(line, end);
+  if (p == nullptr || static_cast<size_t>(end - p) < 2 + kMemoBytes) {
+    return false;
+  }
+  const char* field = p + 2;
+  if (field[kLogDateLength] != ',' || field[kLogDateLength + 1] != ',') {
+    return false;
+  }
+  if (!memo_matches(memo, field)) {
+    if (!std::all_of(field, field + kLogDateLength, is_date_char)) {
+      return false;
+    }
+    char text[kLogDateLength + 1] = {};
+    std::memcpy(text, field, kLogDateLength);
+    std::memcpy(&memo.head, field, sizeof memo.head);
+    std::memcpy(&memo.tail, field + sizeof memo.head, sizeof memo.tail);
+    memo.stamp = log_date_to_stamp(text);
+  }
+  *stamp = memo.stamp;
+  return true;
+}
+
+// The common case of usual_line_date, for a line whose first field is
+// shorter than 15 characters and whose date is the remembered one; false
+// leaves the line to usual_line_date.
+inline bool remembered_line_date(const char* line, const char* end,
+                                 const DateMemo& memo, DateStamp* stamp) {
+#if defined(__x86_64__)
+  if (end - line < 16) return false;
+  __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
+  unsigned commas = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
+  unsigned nuls = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+  unsigned pairs = commas & (commas >> 1);
+  if (pairs == 0) return false;
+  unsigned at = static_cast<unsigned>(__builtin_ctz(pairs));
+  const char* field = line + at + 2;
+  if ((nuls & ((1u << at) - 1)) != 0 ||
+      end - field < static_cast<ptrdiff_t>(kMemoBytes) ||
+      !memo_matches(memo, field)) {
+    return false;
+  }
+  *stamp = memo.stamp;
+  return true;
+#else
+  (void)line, (void)end, (void)memo, (void)stamp;
+  return false;
+#endif
+}
+
+// The line-feed bits of the `n` (at most 64) bytes at `p`.
+uint64_t line_feed_word(const char* p, size_t n) {
+  uint64_t mask = 0;
+  for (size_t i = 0; i < n; ++i) {
+    mask |= static_cast<uint64_t>(p[i] == '\n') << i;
+  }
+  return mask;
+}
+
+// The line-feed bits of the 64 bytes at `p`.
+inline uint64_t line_feed_word(const char* p) {
+#if defined(__x86_64__)
+  const __m128i line_feed = _mm_set1_epi8('\n');
+  const __m128i* v = reinterpret_cast<const __m128i*>(p);
+  auto bits = [&](int i) {
+    return static_cast<uint64_t>(static_cast<uint32_t>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_loadu_si128(v + i), line_feed))));
+  };
+  return bits(0) | bits(1) << 16 | bits(2) << 32 | bits(3) << 48;
+#else
+  return line_feed_word(p, 64);
+#endif
+}
+
+// Passes over the lines at the front of `lines` (whole lines) that have
+// the usual shape and are dated before `first_date`, setting *found to the
+// date of each. Returns how many bytes they take: the scan stops in front
+// of the first other line.
+size_t pass_usual_lines(std::string_view lines, DateStamp first_date,
+                        DateMemo& memo, DateStamp* found) {
+  const char* const begin = lines.data();
+  const char* const end = begin + lines.size();
+  const char* line = begin;
+  // Kept in locals, which nothing else can alias, for the inner loop.
+  DateMemo local_memo = memo;
+  DateStamp last = *found;
+  for (const char* chunk = begin; chunk < end; chunk += 64) {
+    uint64_t mask =
+        end - chunk >= 64
+            ? line_feed_word(chunk)
+            : line_feed_word(chunk, static_cast<size_t>(end - chunk));
+    for (; mask != 0; mask &= mask - 1) {
+      const char* line_end = chunk + __builtin_ctzll(mask);
+      DateStamp stamp;
+      if (static_cast<size_t>(line_end - line) > kMaxLineLength ||
+          (!remembered_line_date(line, line_end, local_memo, &stamp) &&
+           !usual_line_date(line, line_end, local_memo, &stamp)) ||
+          stamp >= first_date) {
+        memo = local_memo;
+        *found = last;
+        return static_cast<size_t>(line - begin);
+      }
+      last = stamp;
+      line = line_end + 1;
+    }
+  }
+  memo = local_memo;
+  *found = last;
+  return static_cast<size_t>(line - begin);
+}
+
+}  // namespace
 
 DateStamp line_date(char* line) {
   const char* text = trim_blanks(line);
@@ -22,10 +209,13 @@ DateStamp line_date(char* line) {
 }
 
 DateStamp scan_to_date(LineReader& log, DateStamp first_date, char* line) {
+  DateMemo memo;
   DateStamp found = 0;
-  while (log.getline(line)) {
+  for (;;) {
+    log.consume(
+        pass_usual_lines(log.buffered_lines(), first_date, memo, &found));
+    if (!log.getline(line)) return found;
     found = line_date(line);
-    if (found >= first_date) break;
+    if (found >= first_date) return found;
   }
-  return found;
 }
