@@ -8,14 +8,29 @@
 #include <cstddef>
 #include <utility>
 
-void add_count(CountTable& table, std::string_view name, int32_t n) {
+namespace {
+
+// Adds `n` to the entry of `name`, inserting make_name() when it is new.
+template <typename MakeName>
+void add_to_entry(CountTable& table, std::string_view name, int32_t n,
+                  MakeName make_name) {
   auto it = table.lower_bound(name);
   if (it != table.end() && it->first == name) {
     it->second = static_cast<int32_t>(static_cast<uint32_t>(it->second) +
                                       static_cast<uint32_t>(n));
   } else {
-    table.emplace_hint(it, std::string(name), n);
+    table.emplace_hint(it, make_name(), n);
   }
+}
+
+}  // namespace
+
+void add_count(CountTable& table, std::string_view name, int32_t n) {
+  add_to_entry(table, name, n, [name] { return std::string(name); });
+}
+
+void add_count_owned(CountTable& table, std::string&& name, int32_t n) {
+  add_to_entry(table, name, n, [&name] { return std::move(name); });
 }
 
 int32_t lookup_count(const CountTable& table, std::string_view name) {

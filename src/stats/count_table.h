@@ -28,6 +28,10 @@ using RankedList = std::vector<RankedEntry>;
 // Counts wrap around at 32 bits rather than overflow.
 void add_count(CountTable& table, std::string_view name, int32_t n);
 
+// The same, taking `name` over when it becomes a new entry, which spares
+// copying it.
+void add_count_owned(CountTable& table, std::string&& name, int32_t n);
+
 // The count of `name`, or -1 when the table does not hold it.
 int32_t lookup_count(const CountTable& table, std::string_view name);
 
