@@ -2,8 +2,6 @@
 // day, and writes a row for each infected record that went to quarantine.
 #include "html/quarantine_report.h"
 
-#include <strings.h>
-
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -17,10 +15,6 @@
 #include "report/scan_start.h"
 
 namespace {
-
-bool is(const std::optional<std::string>& text, const char* keyword) {
-  return text && strcasecmp(text->c_str(), keyword) == 0;
-}
 
 void write_line(OutputFile& out, std::string_view text) {
   out << text;
@@ -53,12 +47,6 @@ void write_heading(OutputFile& out, DateStamp report_date) {
   write_line(out, "</tr>");
 }
 
-void path_cell(OutputFile& out, const std::string& path) {
-  out << "<td align='left' title='" << path << "'>" << path_basename(path)
-      << "</td>";
-  out.end_line();
-}
-
 struct PageState {
   bool shade = false;
   int32_t row_number = 1;
@@ -75,17 +63,17 @@ void write_row(OutputFile& out, const ScanRecord& r, PageState& page) {
   out.end_line();
   out << "<td align='left'>" << *r.client << "</td>";
   out.end_line();
-  path_cell(out, *r.file);
+  write_path_cell(out, *r.file);
   out << "<td align='left'>" << *r.virus << "</td>";
   out.end_line();
-  path_cell(out, *r.quarantine);
+  write_path_cell(out, *r.quarantine);
   write_line(out, "</tr>");
 }
 
 bool is_quarantined_infection(const ScanRecord& r) {
   if (!r.time || !r.client || !r.result || !r.file) return false;
-  if (!is(r.result, "INFECTED")) return false;
-  return r.virus && is(r.action, "QUARANTINED") && r.quarantine;
+  if (!keyword_is(r.result, "INFECTED")) return false;
+  return r.virus && keyword_is(r.action, "QUARANTINED") && r.quarantine;
 }
 
 // Rows for the records of the day, from the line in `line` on; ends at the

@@ -3,8 +3,6 @@
 // one report, so every report starts with the same colour.
 #include "html/report_rows.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -21,19 +19,16 @@ namespace {
 
 bool row_shade = false;
 
-bool is(const std::optional<std::string>& text, const char* keyword) {
-  return text && strcasecmp(text->c_str(), keyword) == 0;
-}
-
 // Whether the record carries every field its result shows.
 bool has_fields_for_row(const ScanRecord& r) {
   if (!r.time || !r.client || !r.result || !r.file) return false;
-  if (is(r.result, "INFECTED")) {
+  if (keyword_is(r.result, "INFECTED")) {
     if (!r.virus || !r.action) return false;
-    if (is(r.action, "QUARANTINED") && !r.quarantine) return false;
+    if (keyword_is(r.action, "QUARANTINED") && !r.quarantine) return false;
   }
-  if (is(r.result, "CURED") && !r.virus) return false;
-  if ((is(r.result, "ERROR") || is(r.result, "EXCLUDED")) && !r.remark) {
+  if (keyword_is(r.result, "CURED") && !r.virus) return false;
+  if ((keyword_is(r.result, "ERROR") || keyword_is(r.result, "EXCLUDED")) &&
+      !r.remark) {
     return false;
   }
   return true;
@@ -42,28 +37,22 @@ bool has_fields_for_row(const ScanRecord& r) {
 // The result key a record counts under, or null for an INFECTED record
 // whose action is none of the four known ones.
 const char* tally_key(const ScanRecord& r) {
-  if (is(r.result, "CLEAN")) return "clean";
-  if (is(r.result, "CURED")) return "cured";
-  if (is(r.result, "INFECTED")) {
-    if (is(r.action, "DELETED")) return "deleted";
-    if (is(r.action, "QUARANTINED")) return "quarantined";
-    if (is(r.action, "ACTION ERROR")) return "acterror";
-    if (is(r.action, "ACCESS DENIED")) return "denied";
+  if (keyword_is(r.result, "CLEAN")) return "clean";
+  if (keyword_is(r.result, "CURED")) return "cured";
+  if (keyword_is(r.result, "INFECTED")) {
+    if (keyword_is(r.action, "DELETED")) return "deleted";
+    if (keyword_is(r.action, "QUARANTINED")) return "quarantined";
+    if (keyword_is(r.action, "ACTION ERROR")) return "acterror";
+    if (keyword_is(r.action, "ACCESS DENIED")) return "denied";
     return nullptr;
   }
-  if (is(r.result, "ERROR")) return "error";
-  if (is(r.result, "EXCLUDED")) return "excluded";
+  if (keyword_is(r.result, "ERROR")) return "error";
+  if (keyword_is(r.result, "EXCLUDED")) return "excluded";
   return nullptr;
 }
 
 void cell(OutputFile& out, const std::string& text) {
   out << "<td align='left'>" << text << "</td>";
-  out.end_line();
-}
-
-void path_cell(OutputFile& out, const std::string& path) {
-  out << "<td align='left' title='" << path << "'>" << path_basename(path)
-      << "</td>";
   out.end_line();
 }
 
@@ -76,12 +65,12 @@ void write_row(OutputFile& out, const ScanRecord& r, int32_t row_number) {
   out.end_line();
   cell(out, *r.date + "/" + *r.time);
   cell(out, *r.client);
-  path_cell(out, *r.file);
+  write_path_cell(out, *r.file);
   cell(out, *r.result);
   cell(out, r.virus ? *r.virus : r.remark ? *r.remark : "-");
   cell(out, r.action ? *r.action : "-");
   if (r.quarantine) {
-    path_cell(out, *r.quarantine);
+    write_path_cell(out, *r.quarantine);
   } else {
     cell(out, "-");
   }
@@ -130,6 +119,12 @@ void count_record(ScanRecord& r, CountTable& client_counts,
 }
 
 }  // namespace
+
+void write_path_cell(OutputFile& out, const std::string& path) {
+  out << "<td align='left' title='" << path << "'>" << path_basename(path)
+      << "</td>";
+  out.end_line();
+}
 
 std::string path_basename(const std::string& path) {
   std::string copy = path;  // basename may write into what it is given

@@ -26,4 +26,8 @@ int write_report_rows(CountTable& client_counts, CountTable& virus_counts,
 // trailing slashes disregarded.
 std::string path_basename(const std::string& path);
 
+// A table cell showing the base name of `path`, with the full path as its
+// title; ends the line.
+void write_path_cell(OutputFile& out, const std::string& path);
+
 #endif  // SCANREPORT_HTML_REPORT_ROWS_H_

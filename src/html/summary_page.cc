@@ -66,8 +66,8 @@ void write_summary_table(OutputFile& out, const SummaryTally& tally,
   if (end_date == 0 || end_date == start_date) {
     out << "'> Summary Report on " << first;
   } else {
-    out << "'> Summary Report    " << "   from  " << first << "   to  "
-        << last;
+    out << "'> Summary Report    "
+        << "   from  " << first << "   to  " << last;
   }
   out << "</A></TH></TR>";
   out.end_line();
@@ -100,13 +100,14 @@ void write_summary_table(OutputFile& out, const SummaryTally& tally,
   write_line(out, "</TABLE>");
 }
 
-void write_top_table(OutputFile& out, const RankedList& list,
-                     const char* title, const char* anchor) {
+void write_top_table(OutputFile& out, const RankedList& list, const char* title,
+                     const char* anchor) {
   write_line(out,
              "<TABLE WIDTH='50%' CLASS='tabledata' BORDER='1' ALIGN='center' "
              "CELLSPACING='2'>");
   write_line(out, "<TR>");
-  out << "<TH COLSPAN='3'>" << "<A NAME='" << anchor << "'></A>";
+  out << "<TH COLSPAN='3'>"
+      << "<A NAME='" << anchor << "'></A>";
   out.end_line();
   out << title << "</TH>";
   out.end_line();

@@ -22,7 +22,7 @@ void write_summary_table(OutputFile& out, const SummaryTally& tally,
                          DateStamp end_date);
 
 // Ranks 1 to 10 of `list`, and a "few more" row when an 11th entry exists.
-void write_top_table(OutputFile& out, const RankedList& list,
-                     const char* title, const char* anchor);
+void write_top_table(OutputFile& out, const RankedList& list, const char* title,
+                     const char* anchor);
 
 #endif  // SCANREPORT_HTML_SUMMARY_PAGE_H_

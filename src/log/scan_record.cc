@@ -44,11 +44,11 @@ bool take_field(const char*& position, std::optional<std::string>& into) {
   return true;
 }
 
+}  // namespace
+
 bool keyword_is(const std::optional<std::string>& text, const char* keyword) {
   return text && strcasecmp(text->c_str(), keyword) == 0;
 }
-
-}  // namespace
 
 void parse_scan_record(ScanRecord& record, const char* line) {
   const char* position = line;

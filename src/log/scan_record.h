@@ -35,6 +35,10 @@ struct ScanRecord {
 // was the line's last field, ends the filling.
 void parse_scan_record(ScanRecord& record, const char* line);
 
+// Whether `text` is present and equals `keyword` without regard to ASCII
+// case, as every keyword of the log (results, actions) is compared.
+bool keyword_is(const std::optional<std::string>& text, const char* keyword);
+
 // Overwrites the blanks and tabs at the end of `line` with NUL and returns
 // the first non-blank character of the same buffer.
 char* trim_blanks(char* line);
