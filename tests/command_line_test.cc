@@ -38,6 +38,7 @@ TEST(Messages, AreExactBytes) {
             "Date format must be yyyymmdd\n");
   EXPECT_EQ(missing_log_message("/no/log"),
             "Report file (/no/log) missing or permission denied\n");
-  EXPECT_EQ(invalid_date_message("2024-1-31"), "Invalid date stamp 2024-1-31\n");
+  EXPECT_EQ(invalid_date_message("2024-1-31"),
+            "Invalid date stamp 2024-1-31\n");
   EXPECT_STREQ(ROOT_REQUIRED_MESSAGE, "Requires root permission\n");
 }

@@ -24,6 +24,7 @@ bool is_quarantine_selector(const char* first_argument);
 std::string usage_message(const char* program_name);
 std::string missing_log_message(const char* log_path);
 std::string invalid_date_message(const char* date_argument);
-inline constexpr const char* ROOT_REQUIRED_MESSAGE = "Requires root permission\n";
+inline constexpr const char* ROOT_REQUIRED_MESSAGE =
+    "Requires root permission\n";
 
 #endif  // SCANREPORT_CLI_COMMAND_LINE_H_

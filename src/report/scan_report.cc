@@ -88,8 +88,8 @@ void write_summaries(Tables& t, const char* out_dir, DateStamp start_date,
   select_top_ten(t.client_list);
   select_top_ten(t.virus_list);
   select_top_ten(t.file_list);
-  write_summary_page(t.client_list, t.virus_list, t.file_list, t.tally,
-                     out_dir, start_date, end_date);
+  write_summary_page(t.client_list, t.virus_list, t.file_list, t.tally, out_dir,
+                     start_date, end_date);
 }
 
 }  // namespace
