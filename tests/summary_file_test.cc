@@ -1,7 +1,6 @@
 #include "stats/summary_file.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -21,23 +20,14 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing_support::file_exists;
 using testing_support::read_file;
 
-// A fresh directory under /tmp, removed with everything in it at the end
-// of the test.
-struct TempDir {
-  TempDir() {
-    char dir_template[] = "/tmp/scanreport-summary-XXXXXX";
-    if (mkdtemp(dir_template) == nullptr) throw std::runtime_error("mkdtemp");
-    path = dir_template;
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(path, ignored);
-  }
-  std::string path;
-};
+// An empty directory of its own, removed at exit with the other test files.
+std::string temp_dir() {
+  fs::path file = testing_support::temp_file("");
+  fs::remove(file);
+  return file.parent_path();
+}
 
 struct Tables {
   CountTable client = {}, virus = {}, file = {}, tally = {};
@@ -45,243 +35,153 @@ struct Tables {
 };
 
 void PrintTo(const Tables& t, std::ostream* os) {
-  const char* titles[] = {"client", "virus", "file", "tally"};
-  const CountTable* tables[] = {&t.client, &t.virus, &t.file, &t.tally};
-  for (int i = 0; i < 4; ++i) {
-    *os << titles[i] << "{";
-    for (const auto& [name, count] : *tables[i]) {
-      *os << testing::PrintToString(name) << ":" << count << " ";
-    }
-    *os << "} ";
+  for (const CountTable* table : {&t.client, &t.virus, &t.file, &t.tally}) {
+    *os << testing::PrintToString(*table) << ' ';
   }
+}
+
+int merge_into(Tables& t, std::istream& in) {
+  return merge_summary_text(t.client, t.virus, t.file, t.tally, in);
 }
 
 Tables merged(const std::string& bytes, Tables tables = {}) {
   std::istringstream in(bytes);
-  EXPECT_EQ(merge_summary_text(tables.client, tables.virus, tables.file,
-                               tables.tally, in),
-            0);
+  EXPECT_EQ(merge_into(tables, in), 0);
   return tables;
 }
 
-SummaryTally fresh_tally() {
+// The eight result keys at 0, plus `counts`.
+SummaryTally tally_of(const CountTable& counts) {
   SummaryTally tally;
   init_summary_tally(tally);
+  for (const auto& [name, count] : counts) add_count(tally, name, count);
   return tally;
 }
 
-const char kEmptyFile[] =
-    "[Top 10 Client]\n[Top 10 Virus]\n[Top 10 File]\n[Summary]\n"
-    "acterror=0\nclean=0\ncured=0\ndeleted=0\ndenied=0\nerror=0\n"
-    "excluded=0\nquarantined=0\n";
-
-TEST(WriteSummaryText, EmptyListsGiveTwelveLines) {
-  TempDir temp;
-  const std::string& dir = temp.path;
-  EXPECT_EQ(write_summary_text({}, {}, {}, fresh_tally(), dir.c_str()), 0);
-  EXPECT_EQ(read_file(dir + "/summary.txt"), kEmptyFile);
+// Writes the lists into a fresh directory and returns the file's bytes.
+std::string written(const RankedList& clients, const RankedList& viruses,
+                    const RankedList& files, const SummaryTally& tally) {
+  const std::string dir = temp_dir();
+  // A longer file already there must be replaced, not appended to.
+  testing_support::write_file(dir + "/summary.txt", std::string(5000, 'x'));
+  EXPECT_EQ(write_summary_text(clients, viruses, files, tally, dir.c_str()), 0);
+  return read_file(dir + "/summary.txt");
 }
 
 TEST(WriteSummaryText, WritesListsAsGivenAndTheTallyInKeyOrder) {
-  TempDir temp;
-  const std::string& dir = temp.path;
-  // A longer file already there must be replaced, not appended to.
-  testing_support::write_file(dir + "/summary.txt", std::string(5000, 'x'));
-  RankedList clients = {{"ws02", 2}, {"ws01", 3}, {"", 5}};
-  RankedList viruses = {{"Sample.A", 1}};
-  RankedList files = {{"/srv/a.doc", 4},
-                      {"a=b", 3},
-                      {"/x y\r", -7},
-                      {"[Top 10 Virus]", INT32_MIN}};
-  SummaryTally tally = fresh_tally();
-  add_count(tally, "clean", 4);
-  add_count(tally, "quarantined", 1);
-  add_count(tally, "foo", 4);
-  add_count(tally, "Zed", 2147483647);
-  EXPECT_EQ(write_summary_text(clients, viruses, files, tally, dir.c_str()), 0);
-  EXPECT_EQ(read_file(dir + "/summary.txt"),
-            "[Top 10 Client]\n"
-            "ws02=2\n"
-            "ws01=3\n"
-            "=5\n"
-            "[Top 10 Virus]\n"
-            "Sample.A=1\n"
-            "[Top 10 File]\n"
-            "/srv/a.doc=4\n"
-            "a=b=3\n"
-            "/x y\r=-7\n"
-            "[Top 10 Virus]=-2147483648\n"
-            "[Summary]\n"
-            "Zed=2147483647\n"
-            "acterror=0\n"
-            "clean=4\n"
-            "cured=0\n"
-            "deleted=0\n"
-            "denied=0\n"
-            "error=0\n"
-            "excluded=0\n"
-            "foo=4\n"
-            "quarantined=1\n");
+  const SummaryTally tally =
+      tally_of({{"Zed", INT32_MAX}, {"clean", 4}, {"error", 1}, {"foo", 4}});
+  EXPECT_EQ(written({{"ws02", 2}, {"ws01", 3}, {"", 5}},
+                    {{"Sample.A", 1}, {"[Top 10 File]", INT32_MIN}},
+                    {{"/srv/a.doc", 4}, {"a=b", 3}, {"/x y\r", -7}}, tally),
+            "[Top 10 Client]\nws02=2\nws01=3\n=5\n"
+            "[Top 10 Virus]\nSample.A=1\n[Top 10 File]=-2147483648\n"
+            "[Top 10 File]\n/srv/a.doc=4\na=b=3\n/x y\r=-7\n"
+            "[Summary]\nZed=2147483647\nacterror=0\nclean=4\ncured=0\n"
+            "deleted=0\ndenied=0\nerror=1\nexcluded=0\nfoo=4\nquarantined=0\n");
 }
 
-TEST(WriteSummaryText, UnopenableDirectoryCreatesNothing) {
-  TempDir temp;
-  const std::string& dir = temp.path;
-  std::string missing = dir + "/missing";
-  EXPECT_EQ(
-      write_summary_text({{"a", 1}}, {}, {}, fresh_tally(), missing.c_str()),
-      -1);
-  EXPECT_FALSE(file_exists(missing));
-  EXPECT_TRUE(fs::is_empty(dir));
-}
+TEST(WriteSummaryText, EmptyListsAndDirectoriesThatCannotBeUsed) {
+  const std::string base = temp_dir(), missing = base + "/missing";
+  EXPECT_EQ(write_summary_text({{"a", 1}}, {}, {}, {}, missing.c_str()), -1);
+  EXPECT_TRUE(fs::is_empty(base));
 
-// The path buffer holds out_dir + "/summary.txt" for directories of up to
-// PATH_BUFFER_SIZE - 13 characters; a longer one must not open a cut-off
-// path, which would name some other file.
-TEST(WriteSummaryText, DirectoryTooLongForThePathBuffer) {
-  TempDir temp;
-  const std::string& base = temp.path;
+  // The path buffer holds out_dir + "/summary.txt" for directories of up to
+  // PATH_BUFFER_SIZE - 13 characters; a longer one must not open a cut-off
+  // path, which would name some other file.
   const size_t longest = PATH_BUFFER_SIZE - 13;
   std::string dir = base;
   while (longest - dir.size() > 202) dir.append("/").append(200, 'd');
-  const size_t last = longest - dir.size() - 1;
-  dir.append("/").append(last, 'e');
+  dir += "/";
+  dir.append(longest - dir.size(), 'e');
   ASSERT_EQ(dir.size(), longest);
   fs::create_directories(dir);
-
-  EXPECT_EQ(write_summary_text({}, {}, {}, fresh_tally(), dir.c_str()), 0);
-  EXPECT_EQ(read_file(dir + "/summary.txt"), kEmptyFile);
+  EXPECT_EQ(write_summary_text({}, {}, {}, tally_of({}), dir.c_str()), 0);
+  EXPECT_EQ(read_file(dir + "/summary.txt"),
+            "[Top 10 Client]\n[Top 10 Virus]\n[Top 10 File]\n[Summary]\n"
+            "acterror=0\nclean=0\ncured=0\ndeleted=0\ndenied=0\nerror=0\n"
+            "excluded=0\nquarantined=0\n");
   fs::remove(dir + "/summary.txt");
-  const std::string same_dir_one_longer = dir + "/";
-  EXPECT_EQ(write_summary_text({}, {}, {}, fresh_tally(),
-                               same_dir_one_longer.c_str()),
+  EXPECT_EQ(write_summary_text({}, {}, {}, tally_of({}), (dir + "/").c_str()),
             -1);
   EXPECT_TRUE(fs::is_empty(dir));
 }
 
-TEST(MergeSummaryText, ReadsBackWhatWasWritten) {
-  TempDir temp;
-  const std::string& dir = temp.path;
+TEST(MergeSummaryText, ReadsBackWhatWasWrittenAndAddsDaysUp) {
   RankedList clients = {{"ws01[10.0.0.1]", 3}, {"WS01", 2}, {"", 1}};
   RankedList viruses = {{"Sample.A", 0}, {"Sample B\r", -4}};
   RankedList files = {{"/srv/\xC3\xA9t\xC3\xA9.doc", 2147483647},
                       {"/srv/ a]b", INT32_MIN},
                       {" 12", 12}};
-  SummaryTally tally = fresh_tally();
-  add_count(tally, "cured", 9);
-  add_count(tally, "foo", 4);
-  ASSERT_EQ(write_summary_text(clients, viruses, files, tally, dir.c_str()), 0);
+  SummaryTally tally = tally_of({{"cured", 9}, {"foo", 4}});
   auto table_of = [](const RankedList& list) {
     CountTable table;
     for (const RankedEntry& e : list) table.emplace(e.name, e.count);
     return table;
   };
-  Tables want{table_of(clients), table_of(viruses), table_of(files)};
-  want.tally = tally;
-  EXPECT_EQ(merged(read_file(dir + "/summary.txt")), want);
-}
+  Tables want{table_of(clients), table_of(viruses), table_of(files), tally};
+  Tables days = merged(written(clients, viruses, files, tally));
+  EXPECT_EQ(days, want);
 
-TEST(MergeSummaryText, AddsTwoDaysTogether) {
-  TempDir temp1, temp2;
-  const std::string &day1 = temp1.path, &day2 = temp2.path;
-  SummaryTally tally1 = fresh_tally(), tally2 = fresh_tally();
-  add_count(tally1, "clean", 10);
-  add_count(tally2, "clean", 5);
-  add_count(tally2, "error", 1);
-  write_summary_text({{"X", 2}, {"Y", 1}}, {{"V", 1}}, {}, tally1,
-                     day1.c_str());
-  write_summary_text({{"X", 5}, {"Z", 3}}, {}, {{"/f", 2}}, tally2,
-                     day2.c_str());
-  Tables tables;
-  init_summary_tally(tables.tally);
-  for (const std::string& dir : {day1, day2}) {
-    std::ifstream in(dir + "/summary.txt", std::ios::binary);
-    ASSERT_TRUE(in.is_open());
-    merge_summary_text(tables.client, tables.virus, tables.file, tables.tally,
-                       in);
-  }
-  Tables want;
-  want.client = {{"X", 7}, {"Y", 1}, {"Z", 3}};
-  want.virus = {{"V", 1}};
-  want.file = {{"/f", 2}};
-  want.tally = fresh_tally();
-  want.tally["clean"] = 15;
-  want.tally["error"] = 1;
-  EXPECT_EQ(tables, want);
+  // The next day adds to what the first left, keeping what it does not name.
+  days = merged(written({{"WS01", 5}, {"Z", 3}}, {}, {{"/f", 2}},
+                        tally_of({{"cured", 1}, {"error", 1}})),
+                days);
+  want.client["WS01"] += 5;
+  want.client["Z"] = 3;
+  want.file["/f"] = 2;
+  want.tally["cured"] += 1;
+  want.tally["error"] += 1;
+  EXPECT_EQ(days, want);
 }
 
 TEST(MergeSummaryText, LinesAndHeaders) {
   const std::string c = "[Top 10 Client]\n";
-  const struct Case {
-    const char* what;
-    std::string in;
-    Tables want;
-  } cases[] = {
-      {"nothing", "", {}},
-      {"only line feeds", "\n\n\n", {}},
-      {"a complete file",
-       c + "ws01=3\nws02=2\n[Top 10 Virus]\nSample.A=1\n[Top 10 File]\n"
-           "/srv/a.doc=4\n[Summary]\nclean=4\n",
-       {{{"ws01", 3}, {"ws02", 2}},
-        {{"Sample.A", 1}},
-        {{"/srv/a.doc", 4}},
-        {{"clean", 4}}}},
-      {"entries before any header are skipped",
-       "a=1\nclean=2\n[Top 10 File]\nb=2\n",
-       {{}, {}, {{"b", 2}}, {}}},
-      {"last line without line feed", c + "a=1\nb=2", {{{"a", 1}, {"b", 2}}}},
-      {"blank lines between entries", c + "\na=1\n\n\na=1\n\n", {{{"a", 2}}}},
-      {"no '=': the whole line is name and value",
-       c + "12abc\n  -7x\nplain\n",
+  const std::pair<std::string, Tables> cases[] = {
+      {"", {}},
+      {"\n\n\n", {}},
+      {c + "a=1\nb=2", {{{"a", 1}, {"b", 2}}}},  // no final line feed
+      {c + "\na=1\n\n\na=1\n\n", {{{"a", 2}}}},
+      // Entries before any header that names a table are skipped.
+      {"a=1\nclean=2\n[Top 10 File]\nb=2\n", {{}, {}, {{"b", 2}}}},
+      {"[Other]\na=1\n", {}},
+      // Without '=' the whole line is both name and value.
+      {c + "12abc\n  -7x\nplain\n",
        {{{"  -7x", -7}, {"12abc", 12}, {"plain", 0}}}},
-      {"empty name", c + "=5\n=1\n", {{{"", 6}}}},
-      {"only the first '=' splits", c + "a=b=3\na==4\n", {{{"a", 0}}}},
-      {"new names are added even with 0 or less",
-       c + "z=\nn=-3\nq=0\n",
-       {{{"n", -3}, {"q", 0}, {"z", 0}}}},
-      {"carriage returns stay in names and end values",
-       "[Top 10 Client]\r\nws\r=1\r\nws=2\r\n[Summary]\r\nclean=3\r\n",
+      {c + "=5\n=1\n", {{{"", 6}}}},
+      {c + "a=b=3\na==4\n", {{{"a", 0}}}},  // only the first '=' splits
+      // New names are added even with 0 or less.
+      {c + "z=\nn=-3\nq=0\n", {{{"n", -3}, {"q", 0}, {"z", 0}}}},
+      // Carriage returns stay in names and end values.
+      {"[Top 10 Client]\r\nws\r=1\r\nws=2\r\n[Summary]\r\nclean=3\r\n",
        {{{"ws", 2}, {"ws\r", 1}}, {}, {}, {{"clean", 3}}}},
-      {"a header matching nothing keeps the current table",
-       "[Top 10 Virus]\na=1\n[Other]\nb=2\n[]\n[\nc=3\n",
+      // A header matching nothing keeps the current table.
+      {"[Top 10 Virus]\na=1\n[Other]\nb=2\n[]\n[\nc=3\n",
        {{}, {{"a", 1}, {"b", 2}, {"c", 3}}}},
-      {"[Other] before any table keeps none", "[Other]\na=1\n", {}},
-      {"headers are tested by byte 8 and byte 1, case-sensitive",
-       "[abcdefgF]\nf=1\n[xxxxxxxV\nv=1\n[top 10 client]\nv=1\n"
-       "[Sxxxxxx]\nt=1\n[Top 10 C=9\nc=1\n",
-       {{{"c", 1}}, {{"v", 2}}, {{"f", 1}}, {{"t", 1}}}},
-      {"byte 1 S wins over byte 8",
-       "[SxxxxxxC]\ns=1\n",
-       {{}, {}, {}, {{"s", 1}}}},
-      {"a name starting with '[' switches tables",
-       c + "a=1\n[abcdefgV=2\nb=3\n",
-       {{{"a", 1}}, {{"b", 3}}}},
-      {"names never choose the table", c + "clean=5\n", {{{"clean", 5}}}},
-      {"unknown tally keys are added",
-       "[Summary]\nfoo=4\nclean=1\n",
-       {{}, {}, {}, {{"clean", 1}, {"foo", 4}}}},
-      {"sections may repeat and sum",
-       c + "a=1\n[Summary]\nx=1\n" + c + "a=2\n",
+      // Headers are told apart by byte 8 and byte 1 alone, case-sensitively,
+      // and byte 1 'S' wins; a name starting with '[' is a header too.
+      {"[abcdefgF]\nf=1\n[xxxxxxxV\nv=1\n[top 10 client]\nv=1\n"
+       "[Sxxxxxx]\nt=1\n[Top 10 C=9\nc=1\n[SxxxxxxC]\ns=1\n",
+       {{{"c", 1}}, {{"v", 2}}, {{"f", 1}}, {{"s", 1}, {"t", 1}}}},
+      {c + "a=1\n[abcdefgV=2\nb=3\n", {{{"a", 1}}, {{"b", 3}}}},
+      // Names never choose the table; unknown tally keys are kept.
+      {c + "clean=5\n", {{{"clean", 5}}}},
+      {"[Summary]\nfoo=4\nclean=1\n", {{}, {}, {}, {{"clean", 1}, {"foo", 4}}}},
+      // Sections may repeat and sum.
+      {c + "a=1\n[Summary]\nx=1\n" + c + "a=2\n",
        {{{"a", 3}}, {}, {}, {{"x", 1}}}},
   };
-  for (const Case& k : cases) {
-    EXPECT_EQ(merged(k.in), k.want) << k.what;
+  for (const auto& [in, want] : cases) {
+    EXPECT_EQ(merged(in), want) << testing::PrintToString(in);
   }
 }
 
-TEST(MergeSummaryText, AddsToWhatTheTablesHold) {
-  Tables before;
-  before.client = {{"a", 1}, {"keep", 9}};
-  before.tally = fresh_tally();
-  Tables want = before;
-  want.client["a"] = 5;
-  want.tally["clean"] = 2;
-  EXPECT_EQ(merged("[Top 10 Client]\na=4\n[Summary]\nclean=2\n", before), want);
+int32_t read_value(const std::string& text) {
+  return lookup_count(merged("[Summary]\nv=" + text + "\n").tally, "v");
 }
 
-int32_t read_value(const std::string& text) {
-  Tables t = merged("[Summary]\nv=" + text + "\n");
-  return lookup_count(t.tally, "v");
+int32_t strtol_as_int(const std::string& text) {
+  return static_cast<int32_t>(std::strtol(text.c_str(), nullptr, 10));
 }
 
 // Values are read as the C library's atoi reads them; on this platform that
@@ -294,67 +194,46 @@ TEST(MergeSummaryText, ValuesAreReadAsAtoiReadsThem) {
   for (std::string text; std::getline(in_range, text, '|');) {
     EXPECT_EQ(read_value(text), std::atoi(text.c_str())) << '"' << text << '"';
   }
-  const struct {
-    const char* text;
-    int32_t want;
-  } huge[] = {
-      {"2147483648", INT32_MIN},
-      {"-2147483649", INT32_MAX},
-      {"4294967296", 0},
-      {"12345678901", -539222987},
-      {"9223372036854775807", -1},
-      {"9223372036854775808", -1},
-      {"99999999999999999999999999", -1},
-      {"-9223372036854775808", 0},
-      {"-9223372036854775809", 0},
-      {"-99999999999999999999999999", 0},
-      {"18446744073709551621", -1},  // 2^64 + 5: must not wrap to 5
-      {"-18446744073709551621", 0},
-      {"  +000000000000000000000000000000009223372036854775806x", -2},
-  };
-  for (const auto& h : huge) {
-    EXPECT_EQ(read_value(h.text),
-              static_cast<int32_t>(std::strtol(h.text, nullptr, 10)))
-        << h.text;
-    EXPECT_EQ(read_value(h.text), h.want) << h.text;
+  // Huge texts as "text>value|": 2^64 + 5 must not wrap to 5.
+  std::istringstream huge(
+      "2147483648>-2147483648|-2147483649>2147483647|4294967296>0|"
+      "12345678901>-539222987|9223372036854775807>-1|"
+      "9223372036854775808>-1|99999999999999999999999999>-1|"
+      "-9223372036854775808>0|-9223372036854775809>0|"
+      "-99999999999999999999999999>0|18446744073709551621>-1|"
+      "-18446744073709551621>0|"
+      "  +000000000000000000000000000000009223372036854775806x>-2");
+  for (std::string text, want;
+       std::getline(huge, text, '>') && std::getline(huge, want, '|');) {
+    EXPECT_EQ(read_value(text), strtol_as_int(text)) << text;
+    EXPECT_EQ(read_value(text), std::stoi(want)) << text;
   }
   std::mt19937 rng(7);
-  const char alphabet[] = " \t+-0123456789x0123456789";
+  const std::string alphabet = " \t+-0123456789x0123456789";
   for (int i = 0; i < 20000; ++i) {
     std::string text;
     for (size_t n = rng() % 32; n > 0; --n) {
-      text += alphabet[rng() % (sizeof alphabet - 1)];
+      text += alphabet[rng() % alphabet.size()];
     }
-    ASSERT_EQ(read_value(text),
-              static_cast<int32_t>(std::strtol(text.c_str(), nullptr, 10)))
-        << '"' << text << '"';
+    ASSERT_EQ(read_value(text), strtol_as_int(text)) << '"' << text << '"';
   }
 }
 
 // Hands out its text a few bytes at a time and then fails the way a read
 // error does: by throwing out of underflow.
-class FailingBuf : public std::streambuf {
- public:
+struct FailingBuf : std::streambuf {
   FailingBuf(std::string text, size_t fail_at)
-      : text_(std::move(text)), fail_at_(fail_at) {}
-
- protected:
+      : text(std::move(text)), fail_at(fail_at) {}
   int_type underflow() override {
-    if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
-    if (served_ >= fail_at_) throw std::runtime_error("read error");
-    size_t n =
-        std::min<size_t>({3, fail_at_ - served_, text_.size() - served_});
+    if (served >= fail_at) throw std::runtime_error("read error");
+    size_t n = std::min<size_t>({3, fail_at - served, text.size() - served});
     if (n == 0) return traits_type::eof();
-    char* start = text_.data() + served_;
-    setg(start, start, start + n);
-    served_ += n;
-    return traits_type::to_int_type(*start);
+    setg(&text[served], &text[served], &text[served] + n);
+    served += n;
+    return traits_type::to_int_type(text[served - n]);
   }
-
- private:
-  std::string text_;
-  size_t fail_at_;
-  size_t served_ = 0;
+  std::string text;
+  size_t fail_at, served = 0;
 };
 
 TEST(MergeSummaryText, StopsAtAReadErrorWithoutRepeatingALine) {
@@ -363,31 +242,24 @@ TEST(MergeSummaryText, StopsAtAReadErrorWithoutRepeatingALine) {
     FailingBuf buf(text, fail_at);
     std::istream in(&buf);
     Tables got;
-    EXPECT_EQ(
-        merge_summary_text(got.client, got.virus, got.file, got.tally, in), 0);
+    EXPECT_EQ(merge_into(got, in), 0);
     // Exactly the lines completed before the error count, each once.
     std::string served = text.substr(0, fail_at);
     std::string prefix = served.substr(0, served.rfind('\n') + 1);
     EXPECT_EQ(got, merged(prefix)) << "failing at byte " << fail_at;
   }
-}
-
-TEST(MergeSummaryText, StreamsThatCannotBeRead) {
+  // Streams that fail before the first line give nothing.
   std::istringstream failed("[Top 10 Client]\na=1\n");
   failed.setstate(std::ios::failbit);
   Tables got;
-  merge_summary_text(got.client, got.virus, got.file, got.tally, failed);
+  merge_into(got, failed);
   EXPECT_EQ(got, Tables{});
 
-  // A directory where a day's summary.txt should be opens, then fails to
-  // read.
-  TempDir temp;
-  const std::string& dir = temp.path;
-  fs::create_directory(dir + "/summary.txt");
-  std::ifstream in(dir + "/summary.txt");
-  if (in.is_open()) {
-    merge_summary_text(got.client, got.virus, got.file, got.tally, in);
-  }
+  // A directory in place of summary.txt opens, then fails to read.
+  const std::string dir = temp_dir() + "/summary.txt";
+  fs::create_directory(dir);
+  std::ifstream in(dir);
+  if (in.is_open()) merge_into(got, in);
   EXPECT_EQ(got, Tables{});
 }
 
@@ -396,12 +268,9 @@ TEST(MergeSummaryText, StreamsThatCannotBeRead) {
 Tables reference_merge(const std::string& bytes) {
   Tables t;
   CountTable* current = nullptr;
-  size_t start = 0;
-  while (start < bytes.size()) {
-    size_t end = bytes.find('\n', start);
-    if (end == std::string::npos) end = bytes.size();
+  for (size_t start = 0, end; start < bytes.size(); start = end + 1) {
+    end = std::min(bytes.find('\n', start), bytes.size());
     std::string line = bytes.substr(start, end - start);
-    start = end + 1;
     if (line.empty()) continue;
     if (line[0] == '[') {
       char at8 = line.size() > 8 ? line[8] : 0;
@@ -412,12 +281,11 @@ Tables reference_merge(const std::string& bytes) {
       continue;
     }
     if (current == nullptr) continue;
-    size_t eq = line.find('=');
-    std::string value = eq == std::string::npos ? line : line.substr(eq + 1);
-    int32_t n = static_cast<int32_t>(std::strtol(value.c_str(), nullptr, 10));
-    std::string name = line.substr(0, eq);
-    (*current)[name] = static_cast<int32_t>(
-        static_cast<uint32_t>((*current)[name]) + static_cast<uint32_t>(n));
+    const size_t eq = line.find('=');
+    int32_t& count = (*current)[line.substr(0, eq)];
+    // Without '=', eq + 1 is 0: the whole line is the value.
+    uint32_t n = static_cast<uint32_t>(strtol_as_int(line.substr(eq + 1)));
+    count = static_cast<int32_t>(static_cast<uint32_t>(count) + n);
   }
   return t;
 }
