@@ -18,12 +18,12 @@
 #include <string>
 #include <vector>
 
-#include "html/quarantine_report.h"
+#include "io/output_paths.h"
 #include "log/date.h"
 #include "log/line_reader.h"
-#include "report/output_paths.h"
+#include "log/period_start.h"
+#include "report/quarantine_report.h"
 #include "report/scan_report.h"
-#include "report/scan_start.h"
 
 namespace fs = std::filesystem;
 
@@ -66,7 +66,7 @@ void write_log(const uint8_t* data, size_t size) {
   close(fd);
 }
 
-// The dates of the log's lines as the period scan sees them.
+// The dates of the log's lines as the period start search sees them.
 DateStamp pick_day(const uint8_t* data, size_t size) {
   std::vector<DateStamp> dates;
   std::vector<char> line(LOG_LINE_SIZE);

@@ -1,5 +1,5 @@
 // One log line of any bytes through every way the tool cuts a line: the
-// record parser, the date lookup of the scan for the period start, and the
+// record parser, the date lookup that finds the period start, and the
 // field walk. The line is a heap copy of exactly its length so that a read
 // past its end is caught.
 #include <cstdint>
@@ -9,8 +9,8 @@
 #include <string>
 
 #include "log/line_reader.h"
+#include "log/period_start.h"
 #include "log/scan_record.h"
-#include "report/scan_start.h"
 
 namespace {
 

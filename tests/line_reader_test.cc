@@ -105,8 +105,7 @@ void expect_same_as_getline(const std::string& path, size_t block_size,
                             const std::string& what,
                             std::mt19937* skim = nullptr) {
   LineReader reader;
-  if (block_size != 0) set_line_reader_block_size(reader, block_size);
-  ASSERT_TRUE(reader.open(path.c_str()));
+  ASSERT_TRUE(reader.open(path.c_str(), block_size));
   std::ifstream stream(path, std::ios::binary);
   for (int read = 0, after_failure = 0; after_failure < 2; ++read) {
     char mine[LOG_LINE_SIZE], theirs[LOG_LINE_SIZE];

@@ -1,6 +1,6 @@
 // The quarantine page end to end: real scan logs in, whole pages out,
 // each compared with a page written out by hand.
-#include "html/quarantine_report.h"
+#include "report/quarantine_report.h"
 
 #include <gtest/gtest.h>
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "html/cells.h"
 #include "test_support.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "report/output_paths.h"
+#include "io/output_paths.h"
 #include "test_support.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string>
 #include <utility>
 
-#include "report/output_paths.h"
+#include "io/output_paths.h"
 #include "test_support.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "cli/command_line.h"
-#include "html/quarantine_report.h"
 #include "log/date.h"
+#include "report/quarantine_report.h"
 #include "report/scan_report.h"
 
 namespace {

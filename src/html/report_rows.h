@@ -22,12 +22,4 @@ int write_report_rows(CountTable& client_counts, CountTable& virus_counts,
                       LineReader& log, OutputFile& rows_out, DateStamp day,
                       char* pending_line);
 
-// What POSIX basename(3) gives for a copy of `path`: the last component,
-// trailing slashes disregarded.
-std::string path_basename(const std::string& path);
-
-// A table cell showing the base name of `path`, with the full path as its
-// title; ends the line.
-void write_path_cell(OutputFile& out, const std::string& path);
-
 #endif  // SCANREPORT_HTML_REPORT_ROWS_H_

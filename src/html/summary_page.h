@@ -3,26 +3,16 @@
 #ifndef SCANREPORT_HTML_SUMMARY_PAGE_H_
 #define SCANREPORT_HTML_SUMMARY_PAGE_H_
 
-#include "io/output_file.h"
 #include "log/date.h"
 #include "stats/count_table.h"
 
 // Writes `out_dir`/summary.htm (replacing it). `end_date` is 0 (or equal to
 // `start_date`) for a single day. Returns 0, or -1 when the file cannot be
-// opened.
+// opened or its path does not fit PATH_BUFFER_SIZE.
 int write_summary_page(const RankedList& client_list,
                        const RankedList& virus_list,
                        const RankedList& file_list, const SummaryTally& tally,
                        const char* out_dir, DateStamp start_date,
                        DateStamp end_date);
-
-// The 8-column table of counts with the Scanned and Infected totals.
-void write_summary_table(OutputFile& out, const SummaryTally& tally,
-                         const char* anchor, DateStamp start_date,
-                         DateStamp end_date);
-
-// Ranks 1 to 10 of `list`, and a "few more" row when an 11th entry exists.
-void write_top_table(OutputFile& out, const RankedList& list, const char* title,
-                     const char* anchor);
 
 #endif  // SCANREPORT_HTML_SUMMARY_PAGE_H_

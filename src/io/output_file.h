@@ -43,4 +43,10 @@ class OutputFile {
   std::string pending_;
 };
 
+// `text` and end_line(): how the pages write a line of fixed text.
+inline void write_line(OutputFile& out, std::string_view text) {
+  out << text;
+  out.end_line();
+}
+
 #endif  // SCANREPORT_IO_OUTPUT_FILE_H_

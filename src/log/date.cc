@@ -73,13 +73,20 @@ DateStamp log_date_to_stamp(const char* text) {
 }
 
 void format_stamp(DateStamp stamp, char* out) {
-  std::memset(out, 0, DISPLAY_DATE_SIZE);
-  if (stamp == 0) return;
-  std::snprintf(out, DISPLAY_DATE_SIZE, "%d", stamp);
+  if (stamp == 0) {
+    std::memset(out, 0, DISPLAY_DATE_SIZE);
+    return;
+  }
+  format_stamp_as(stamp, "%d-%m-%Y", out);
+}
+
+void format_stamp_as(DateStamp stamp, const char* format, char* out) {
+  char digits[16];
+  std::snprintf(digits, sizeof digits, "%d", stamp);
   struct tm broken_down = {};
-  strptime(out, "%Y%m%d", &broken_down);
+  strptime(digits, "%Y%m%d", &broken_down);
   std::memset(out, 0, DISPLAY_DATE_SIZE);
-  if (std::strftime(out, DISPLAY_DATE_SIZE, "%d-%m-%Y", &broken_down) == 0) {
+  if (std::strftime(out, DISPLAY_DATE_SIZE, format, &broken_down) == 0) {
     out[0] = '\0';  // a year too wide for the buffer
   }
 }

@@ -34,6 +34,12 @@ DateStamp log_date_to_stamp(const char* text);
 // DISPLAY_DATE_SIZE bytes, whatever the stamp.
 void format_stamp(DateStamp stamp, char* out);
 
+// Writes `stamp` into `out` (DISPLAY_DATE_SIZE bytes, zero-filled first) in
+// the strftime `format`, after reading its decimal digits back with
+// strptime and "%Y%m%d"; the empty text when the result does not fit. Unlike
+// format_stamp, 0 is formatted like any other number.
+void format_stamp_as(DateStamp stamp, const char* format, char* out);
+
 // The current date in the local time zone.
 DateStamp today_stamp();
 

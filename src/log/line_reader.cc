@@ -1,5 +1,5 @@
-// The log is read in large blocks with read(2) and lines are found with
-// memchr; buffered_lines lets a caller look at a block's lines in place.
+// The log is read in large windows with read(2) and lines are found with
+// memchr; buffered_lines lets a caller look at a window's lines in place.
 // This keeps a pass over gigabytes of earlier days close to the
 // speed of the page cache. The state rules copy std::istream::getline so
 // that the rest of the tool can rely on exactly its behaviour.
@@ -14,24 +14,23 @@
 #include <cstring>
 
 namespace {
-// Small enough that a block is still in the core's cache when its lines
+// Small enough that a window is still in the core's cache when its lines
 // are looked at, large enough that the read calls cost nothing.
-constexpr size_t kDefaultBlockSize = 256 << 10;
+constexpr size_t kDefaultWindowSize = 256 << 10;
 constexpr size_t kMaxLineLength = LOG_LINE_SIZE - 1;
 }  // namespace
 
 LineReader::~LineReader() { close(); }
 
-bool LineReader::open(const char* path) {
+bool LineReader::open(const char* path, size_t window_size) {
   close();
   do {
     fd_ = ::open(path, O_RDONLY | O_CLOEXEC);
   } while (fd_ < 0 && errno == EINTR);
   if (fd_ < 0) return false;
   posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
-  block_size_ =
-      requested_block_size_ != 0 ? requested_block_size_ : kDefaultBlockSize;
-  block_ = std::make_unique_for_overwrite<char[]>(block_size_);
+  window_size_ = window_size != 0 ? window_size : kDefaultWindowSize;
+  window_ = std::make_unique_for_overwrite<char[]>(window_size_);
   pos_ = end_ = 0;
   eof_ = failed_ = false;
   return true;
@@ -42,16 +41,12 @@ void LineReader::close() {
   fd_ = -1;
 }
 
-void set_line_reader_block_size(LineReader& reader, size_t size) {
-  reader.requested_block_size_ = std::max<size_t>(size, 1);
-}
-
 // A read error ends the log as the end of the file does: a file stream
 // reports both as end of file.
 bool LineReader::refill() {
   if (fd_ < 0) return false;
   for (;;) {
-    ssize_t n = ::read(fd_, block_.get(), block_size_);
+    ssize_t n = ::read(fd_, window_.get(), window_size_);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     pos_ = 0;
@@ -73,7 +68,7 @@ bool LineReader::getline(char* buf) {
       eof_ = true;
       break;
     }
-    const char* start = block_.get() + pos_;
+    const char* start = window_.get() + pos_;
     size_t room = kMaxLineLength - stored;
     // One byte beyond the room tells a full line from one too long.
     size_t span = std::min(end_ - pos_, room + 1);
@@ -105,7 +100,7 @@ bool LineReader::getline(char* buf) {
 
 std::string_view LineReader::buffered_lines() const {
   if (eof_ || failed_ || fd_ < 0 || pos_ == end_) return {};
-  const char* start = block_.get() + pos_;
+  const char* start = window_.get() + pos_;
   const void* last = memrchr(start, '\n', end_ - pos_);
   if (last == nullptr) return {};
   return std::string_view(

@@ -18,9 +18,12 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  // Opens `path` for reading; false when it cannot be opened.
-  bool open(const char* path);
-  bool is_open() const { return fd_ >= 0; }
+  // Opens `path` for reading; false when it cannot be opened. The reader
+  // looks at the log through a window of `window_size` bytes, the block
+  // that each read(2) fills; 0 chooses the default, which suits the page
+  // cache. Lines are the same whatever the window: tests make it small so
+  // that lines straddle windows with small inputs.
+  bool open(const char* path, size_t window_size = 0);
   void close();
 
   // Reads the next line into `buf` (LOG_LINE_SIZE bytes) and returns
@@ -37,10 +40,10 @@ class LineReader {
   //   empty text.
   bool getline(char* buf);
 
-  // The whole lines that the block read last holds from the read position
-  // on, line feeds included: a view into the reader's block, valid until
+  // The whole lines that the window read last holds from the read position
+  // on, line feeds included: a view into the reader's window, valid until
   // the next getline or close. Empty once eof() or failed() is set, and
-  // when the block holds no further line feed (getline then reads on).
+  // when the window holds no further line feed (getline then reads on).
   // Nothing is consumed.
   std::string_view buffered_lines() const;
 
@@ -56,19 +59,12 @@ class LineReader {
   bool refill();
 
   int fd_ = -1;
-  std::unique_ptr<char[]> block_;
-  size_t block_size_ = 0;            // of the block allocated by open()
-  size_t requested_block_size_ = 0;  // for the next open(); 0: default
+  std::unique_ptr<char[]> window_;
+  size_t window_size_ = 0;
   size_t pos_ = 0;
   size_t end_ = 0;
   bool eof_ = false;
   bool failed_ = false;
-
-  friend void set_line_reader_block_size(LineReader&, size_t);
 };
-
-// Test hook: the size of the read block from the next open() on, so that
-// tests can make lines straddle block boundaries with small inputs.
-void set_line_reader_block_size(LineReader& reader, size_t size);
 
 #endif  // SCANREPORT_LOG_LINE_READER_H_

@@ -7,8 +7,8 @@
 
 #include <strings.h>
 
-#include <cctype>
 #include <cstring>
+#include <utility>
 
 char* trim_blanks(char* line) {
   size_t length = std::strlen(line);
@@ -29,8 +29,6 @@ const char* next_field(const char* text, int* length) {
   return separator + 2;
 }
 
-ScanRecord::ScanRecord(const char* line) { parse_scan_record(*this, line); }
-
 namespace {
 
 // Reads the field at `position` into `into`; false (field left absent) when
@@ -44,42 +42,33 @@ bool take_field(const char*& position, std::optional<std::string>& into) {
   return true;
 }
 
-}  // namespace
-
-bool keyword_is(const std::optional<std::string>& text, const char* keyword) {
-  return text && strcasecmp(text->c_str(), keyword) == 0;
+// Reads the client's two fields at `position` into `client` as
+// "first[second]"; false (client left absent) when either is empty or the
+// first was the line's last field.
+bool take_client(const char*& position, std::optional<std::string>& client) {
+  const char* first = position;
+  int first_length = 0;
+  const char* second = next_field(first, &first_length);
+  if (first_length == 0) return false;
+  int second_length = 0;
+  const char* next = next_field(second, &second_length);
+  if (second_length == 0) return false;
+  // When the first part was the line's last field, the second repeated it.
+  if (std::strlen(first) <
+      static_cast<size_t>(first_length) + second_length + 1) {
+    return false;
+  }
+  std::string text(first, static_cast<size_t>(first_length));
+  text += '[';
+  text.append(second, static_cast<size_t>(second_length));
+  text += ']';
+  client = std::move(text);
+  position = next;
+  return true;
 }
 
-void parse_scan_record(ScanRecord& record, const char* line) {
-  const char* position = line;
-  int length = 0;
-  const char* next = next_field(position, &length);
-  if (length == 0) return;  // field 1 is not kept, but must be there
-  position = next;
-  if (!take_field(position, record.date)) return;
-  if (!take_field(position, record.time)) return;
-
-  const char* client_first = position;
-  int first_length = 0;
-  position = next_field(position, &first_length);
-  if (first_length == 0) return;
-  int second_length = 0;
-  const char* client_second = position;
-  next = next_field(position, &second_length);
-  if (second_length == 0) return;
-  // When the first part was the line's last field, the second repeated it.
-  if (std::strlen(client_first) <
-      static_cast<size_t>(first_length) + second_length + 1) {
-    return;
-  }
-  position = next;
-  std::string client(client_first, static_cast<size_t>(first_length));
-  client += '[';
-  client.append(client_second, static_cast<size_t>(second_length));
-  client += ']';
-  record.client = std::move(client);
-
-  if (!take_field(position, record.result)) return;
+// The fields that follow the result keyword, which chooses their layout.
+void take_result_fields(const char* position, ScanRecord& record) {
   if (keyword_is(record.result, "CLEAN")) {
     take_field(position, record.file);
   } else if (keyword_is(record.result, "INFECTED")) {
@@ -97,4 +86,23 @@ void parse_scan_record(ScanRecord& record, const char* line) {
     if (!take_field(position, record.remark)) return;
     take_field(position, record.file);
   }
+}
+
+}  // namespace
+
+bool keyword_is(const std::optional<std::string>& text, const char* keyword) {
+  return text && strcasecmp(text->c_str(), keyword) == 0;
+}
+
+ScanRecord::ScanRecord(const char* line) {
+  const char* position = line;
+  int length = 0;
+  const char* next = next_field(position, &length);
+  if (length == 0) return;  // field 1 is not kept, but must be there
+  position = next;
+  if (!take_field(position, date)) return;
+  if (!take_field(position, time)) return;
+  if (!take_client(position, client)) return;
+  if (!take_field(position, result)) return;
+  take_result_fields(position, *this);
 }

@@ -17,6 +17,9 @@
 
 struct ScanRecord {
   // Parses `line` (NUL-terminated, only read, never referenced afterwards).
+  // Fields are filled in line order; the first empty field, or a client
+  // whose first part was the line's last field, ends the filling and leaves
+  // every later field absent.
   explicit ScanRecord(const char* line);
 
   std::optional<std::string> date;
@@ -29,11 +32,6 @@ struct ScanRecord {
   std::optional<std::string> virus;
   std::optional<std::string> quarantine;
 };
-
-// Fills the fields of `record`, all absent on entry, from `line`. Fields are
-// filled in line order; the first empty field, or a client whose first part
-// was the line's last field, ends the filling.
-void parse_scan_record(ScanRecord& record, const char* line);
 
 // Whether `text` is present and equals `keyword` without regard to ASCII
 // case, as every keyword of the log (results, actions) is compared.

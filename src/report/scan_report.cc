@@ -1,65 +1,33 @@
 // A single day is counted from the log; a range is assembled from the
 // summary files and row files that earlier single-day runs left behind, so
-// the log is read only as far as the first line of the period.
+// the log is read only as far as the period start.
 #include "report/scan_report.h"
 
-#include <cstdio>
 #include <fstream>
 #include <memory>
-#include <string>
 
+#include "html/report_page.h"
 #include "html/report_rows.h"
 #include "html/summary_page.h"
 #include "io/output_file.h"
+#include "io/output_paths.h"
 #include "log/line_reader.h"
-#include "report/output_paths.h"
-#include "report/scan_start.h"
+#include "log/period_start.h"
+#include "stats/count_table.h"
 #include "stats/summary_file.h"
 
 namespace {
 
-struct Tables {
+// The tables of one run: the counts, then the lists they become.
+struct RunTables {
   CountTable client_counts, virus_counts, file_counts;
   SummaryTally tally;
   RankedList client_list, virus_list, file_list;
 };
 
-void write_line(OutputFile& out, std::string_view text) {
-  out << text;
-  out.end_line();
-}
-
-void write_page_header(OutputFile& php, DateStamp start_date,
-                       DateStamp end_date, bool is_range) {
-  char first[DISPLAY_DATE_SIZE];
-  char last[DISPLAY_DATE_SIZE];
-  format_stamp(start_date, first);
-  format_stamp(end_date, last);
-  write_line(php,
-             "<table class=tabledata  border=1  cellspacing=1 cellpadding=4 "
-             "align=\"center\" style=\"font-size:9pt\" valign=top >");
-  php << "<tr><td nowrap colspan='9' align='center'><b>Report Table ";
-  if (is_range) {
-    php << "from " << first << " to " << last;
-  } else {
-    php << "as on " << first;
-  }
-  php.end_line();
-  write_line(php, "<tr bgcolor='#AACCDD'>");
-  write_line(php, "<th align='left'><input type='checkbox' id='selall'></th>");
-  write_line(php, "<th align='left' >Date/Time</th>");
-  write_line(php, "<th align='left' >Client</th>");
-  write_line(php, "<th align='left' >File</th>");
-  write_line(php, "<th align='left' >Result</th>");
-  write_line(php, "<th align='left' >Virus/Remark</th>");
-  write_line(php, "<th align='left' >Action</th>");
-  write_line(php, "<th align='left' >Quarantine</th>");
-  write_line(php, "</tr>");
-}
-
 // Sums the days' summary files and includes each day's rows. A day without
 // its files contributes an include line and nothing else.
-void assemble_range(Tables& t, OutputFile& php, DateStamp start_date,
+void assemble_range(RunTables& tables, OutputFile& php, DateStamp start_date,
                     DateStamp end_date) {
   time_t day_start = stamp_to_time(start_date);
   int32_t last_day = day_count(start_date, end_date);
@@ -67,29 +35,58 @@ void assemble_range(Tables& t, OutputFile& php, DateStamp start_date,
     char day[DAY_TEXT_SIZE];
     time_to_day_text(day_start, day);
     char path[PATH_BUFFER_SIZE];
-    std::snprintf(path, sizeof path, "%s%s/summary.txt", TRAFFIC_DIR, day);
+    day_summary_path(day, path);
     std::ifstream summary(path, std::ios::binary);
     if (summary.is_open()) {
-      merge_summary_text(t.client_counts, t.virus_counts, t.file_counts,
-                         t.tally, summary);
+      merge_summary_text(tables.client_counts, tables.virus_counts,
+                         tables.file_counts, tables.tally, summary);
     }
     day_start += SECONDS_PER_DAY;
-    php << "<?php include(\"" << TRAFFIC_DIR << day << "/report.txt\") ?>\n";
+    write_range_day_include(php, day);
   }
 }
 
-void write_summaries(Tables& t, const char* out_dir, DateStamp start_date,
-                     DateStamp end_date) {
-  ranked_list_from_table(t.client_counts, t.client_list);
-  ranked_list_from_table(t.virus_counts, t.virus_list);
-  ranked_list_from_table(t.file_counts, t.file_list);
-  write_summary_text(t.client_list, t.virus_list, t.file_list, t.tally,
-                     out_dir);
-  select_top_ten(t.client_list);
-  select_top_ten(t.virus_list);
-  select_top_ten(t.file_list);
-  write_summary_page(t.client_list, t.virus_list, t.file_list, t.tally, out_dir,
-                     start_date, end_date);
+// Counts the period's records into the tables, from the log for a single
+// day and from the days' files for a range, and includes their rows in
+// report.php. A period without records leaves both untouched.
+void report_period(LineReader& log, OutputFile& php, OutputFile& rows,
+                   RunTables& tables, DateStamp start_date, DateStamp end_date,
+                   bool is_range) {
+  auto pending_line = std::make_unique<char[]>(LOG_LINE_SIZE);
+  DateStamp start_line_date =
+      find_period_start(log, start_date, pending_line.get());
+  const DateStamp last_day = is_range ? end_date : start_date;
+  if (!period_has_records(log, start_line_date, last_day)) return;
+  if (is_range) {
+    assemble_range(tables, php, start_date, end_date);
+    return;
+  }
+  write_report_rows(tables.client_counts, tables.virus_counts,
+                    tables.file_counts, tables.tally, log, rows, start_date,
+                    pending_line.get());
+  write_single_day_include(php, start_date);
+}
+
+// summary.txt gets the full lists, for later range runs to add up; the
+// page shows only their top ten.
+void write_summaries(RunTables& tables, const char* out_dir,
+                     DateStamp start_date, DateStamp end_date) {
+  ranked_list_from_table(tables.client_counts, tables.client_list);
+  ranked_list_from_table(tables.virus_counts, tables.virus_list);
+  ranked_list_from_table(tables.file_counts, tables.file_list);
+  write_summary_text(tables.client_list, tables.virus_list, tables.file_list,
+                     tables.tally, out_dir);
+  select_top_ten(tables.client_list);
+  select_top_ten(tables.virus_list);
+  select_top_ten(tables.file_list);
+  write_summary_page(tables.client_list, tables.virus_list, tables.file_list,
+                     tables.tally, out_dir, start_date, end_date);
+}
+
+bool open_run_file(OutputFile& out, const char* out_dir, const char* name) {
+  char path[PATH_BUFFER_SIZE];
+  run_file_path(out_dir, name, path);
+  return out.open(path);
 }
 
 }  // namespace
@@ -101,38 +98,22 @@ int run_scan_report(const char* log_path, DateStamp start_date,
   if (!log.open(log_path)) return -1;
 
   const bool is_range = end_date != 0 && end_date != start_date;
-  char out_dir[PATH_BUFFER_SIZE];
-  if (is_range) {
-    std::snprintf(out_dir, sizeof out_dir, "%s", RANGE_DIR);
-  } else {
-    std::snprintf(out_dir, sizeof out_dir, "%s%d", TRAFFIC_DIR, start_date);
-  }
+  char day_dir[PATH_BUFFER_SIZE];
+  if (!is_range && !day_dir_path(start_date, day_dir)) return -1;
+  const char* out_dir = is_range ? RANGE_DIR : day_dir;
   OutputFile php;
-  php.open((std::string(out_dir) + "/report.php").c_str());
+  open_run_file(php, out_dir, "report.php");
   OutputFile rows;
-  rows.open((std::string(out_dir) + "/report.txt").c_str());
+  open_run_file(rows, out_dir, "report.txt");
   if (!php.is_open()) return -1;
 
-  write_page_header(php, start_date, end_date, is_range);
-  Tables t;
-  init_summary_tally(t.tally);
-
-  auto pending_line = std::make_unique<char[]>(LOG_LINE_SIZE);
-  DateStamp found = scan_to_date(log, start_date, pending_line.get());
-  const DateStamp period_end = is_range ? end_date : start_date;
-  const bool has_records = !log.eof() && found <= period_end;
-  if (has_records && is_range) {
-    assemble_range(t, php, start_date, end_date);
-  } else if (has_records) {
-    write_report_rows(t.client_counts, t.virus_counts, t.file_counts, t.tally,
-                      log, rows, start_date, pending_line.get());
-    // The doubled slash is what existing pages have always been given.
-    php << "<?php include(\"" << TRAFFIC_DIR << "/" << start_date
-        << "/report.txt\") ?>";
-  }
-  write_line(php, "</table>");
+  write_report_page_head(php, start_date, end_date, is_range);
+  RunTables tables;
+  init_summary_tally(tables.tally);
+  report_period(log, php, rows, tables, start_date, end_date, is_range);
+  write_report_page_end(php);
   log.close();
   php.close();
-  write_summaries(t, out_dir, start_date, end_date);
+  write_summaries(tables, out_dir, start_date, end_date);
   return 0;
 }

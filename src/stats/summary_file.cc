@@ -4,21 +4,47 @@
 #include "stats/summary_file.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
-#include "report/output_paths.h"
+#include "io/output_file.h"
+#include "io/output_paths.h"
+
+namespace {
+
+void write_header(OutputFile& out, const char* title) {
+  out << '[' << title << ']';
+  out.end_line();
+}
+
+void write_entry(OutputFile& out, std::string_view name, int32_t n) {
+  out << name << '=' << n;
+  out.end_line();
+}
+
+// One section: "[title]" and a "name=count" line per entry.
+void write_ranked_section(OutputFile& out, const RankedList& list,
+                          const char* title) {
+  write_header(out, title);
+  for (const RankedEntry& entry : list) {
+    write_entry(out, entry.name, entry.count);
+  }
+}
+
+void write_tally_section(OutputFile& out, const CountTable& table,
+                         const char* title) {
+  write_header(out, title);
+  for (const auto& [name, count] : table) write_entry(out, name, count);
+}
+
+}  // namespace
 
 int write_summary_text(const RankedList& client_list,
                        const RankedList& virus_list,
                        const RankedList& file_list, const SummaryTally& tally,
                        const char* out_dir) {
   char path[PATH_BUFFER_SIZE];
-  int length = std::snprintf(path, sizeof path, "%s/summary.txt", out_dir);
-  // A cut-off path would name some other file, possibly in a parent
-  // directory; treat a directory too long for the buffer as unopenable.
-  if (length < 0 || static_cast<size_t>(length) >= sizeof path) return -1;
+  if (!run_file_path(out_dir, "summary.txt", path)) return -1;
   OutputFile out;
   if (!out.open(path)) return -1;
   write_ranked_section(out, client_list, "Top 10 Client");
@@ -27,29 +53,6 @@ int write_summary_text(const RankedList& client_list,
   write_tally_section(out, tally, "Summary");
   out.close();
   return 0;
-}
-
-static void write_header(OutputFile& out, const char* title) {
-  out << '[' << title << ']';
-  out.end_line();
-}
-
-static void write_entry(OutputFile& out, std::string_view name, int32_t n) {
-  out << name << '=' << n;
-  out.end_line();
-}
-
-void write_ranked_section(OutputFile& out, const RankedList& list,
-                          const char* title) {
-  write_header(out, title);
-  for (const RankedEntry& entry : list)
-    write_entry(out, entry.name, entry.count);
-}
-
-void write_tally_section(OutputFile& out, const CountTable& table,
-                         const char* title) {
-  write_header(out, title);
-  for (const auto& [name, count] : table) write_entry(out, name, count);
 }
 
 namespace {
@@ -94,12 +97,23 @@ int32_t atoi_value(std::string_view text) {
 CountTable* table_for_header(const std::string& line, CountTable* current,
                              CountTable& client_table, CountTable& virus_table,
                              CountTable& file_table, SummaryTally& tally) {
-  char at8 = line.size() > 8 ? line[8] : '\0';
-  if (at8 == 'C') current = &client_table;
-  if (at8 == 'V') current = &virus_table;
-  if (at8 == 'F') current = &file_table;
+  // "[Top 10 Client]" and its kin differ first at their ninth character.
+  char ninth = line.size() > 8 ? line[8] : '\0';
+  if (ninth == 'C') current = &client_table;
+  if (ninth == 'V') current = &virus_table;
+  if (ninth == 'F') current = &file_table;
   if (line.size() > 1 && line[1] == 'S') current = &tally;
   return current;
+}
+
+// "name=value": the name up to the first '=', the value as atoi reads
+// what follows it. A line without '=' is its own name and value.
+void add_entry_line(CountTable& table, std::string_view line) {
+  size_t equals = line.find('=');
+  std::string_view name = line.substr(0, equals);
+  std::string_view value =
+      equals == std::string_view::npos ? line : line.substr(equals + 1);
+  add_count(table, name, atoi_value(value));
 }
 
 }  // namespace
@@ -117,12 +131,7 @@ int merge_summary_text(CountTable& client_table, CountTable& virus_table,
         current = table_for_header(line, current, client_table, virus_table,
                                    file_table, tally);
       } else if (current != nullptr) {
-        size_t equals = line.find('=');
-        std::string_view text(line);
-        std::string_view name = text.substr(0, equals);
-        std::string_view value =
-            equals == std::string::npos ? text : text.substr(equals + 1);
-        add_count(*current, name, atoi_value(value));
+        add_entry_line(*current, line);
       }
     }
     if (in.eof()) return 0;

@@ -6,7 +6,6 @@
 
 #include <istream>
 
-#include "io/output_file.h"
 #include "stats/count_table.h"
 
 // Writes `out_dir`/summary.txt (replacing it): the client, virus and file
@@ -17,12 +16,6 @@ int write_summary_text(const RankedList& client_list,
                        const RankedList& virus_list,
                        const RankedList& file_list, const SummaryTally& tally,
                        const char* out_dir);
-
-// One section: "[title]" and a "name=count" line per entry.
-void write_ranked_section(OutputFile& out, const RankedList& list,
-                          const char* title);
-void write_tally_section(OutputFile& out, const CountTable& table,
-                         const char* title);
 
 // Reads a summary file from `in` to its end and adds every entry into the
 // table its section header selects. Tolerates any bytes: malformed lines

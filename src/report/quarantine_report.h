@@ -1,6 +1,6 @@
-// The day's quarantine page ("quarantine.htm").
-#ifndef SCANREPORT_HTML_QUARANTINE_REPORT_H_
-#define SCANREPORT_HTML_QUARANTINE_REPORT_H_
+// The day's quarantine report ("quarantine.htm").
+#ifndef SCANREPORT_REPORT_QUARANTINE_REPORT_H_
+#define SCANREPORT_REPORT_QUARANTINE_REPORT_H_
 
 #include "log/date.h"
 
@@ -11,4 +11,4 @@
 // the day directory is missing).
 int run_quarantine_report(const char* log_path, DateStamp report_date);
 
-#endif  // SCANREPORT_HTML_QUARANTINE_REPORT_H_
+#endif  // SCANREPORT_REPORT_QUARANTINE_REPORT_H_

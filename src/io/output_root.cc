@@ -1,4 +1,6 @@
-#include "report/output_paths.h"
+// The output root alone, so that the tests, benchmarks and fuzz targets can
+// link the same core against a root inside their build tree.
+#include "io/output_paths.h"
 
 #ifndef SCANREPORT_OUTPUT_ROOT
 #error "SCANREPORT_OUTPUT_ROOT must name the output root"

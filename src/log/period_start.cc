@@ -2,11 +2,11 @@
 // the loop that decides how fast a report for a recent day can be made.
 //
 // Lines of the usual shape are judged where they lie in the reader's
-// block, a whole block at a time, without being copied. Any other line,
-// and the line that ends the scan, is read with getline and cut by
+// window, a whole window at a time, without being copied. Any other line,
+// and the line at the period start, is read with getline and cut by
 // line_date exactly as before, so the line handed on and the reader's
 // state are those of a plain getline loop.
-#include "report/scan_start.h"
+#include "log/period_start.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -47,25 +47,40 @@ bool memo_matches(const DateMemo& memo, const char* field) {
   return head == memo.head && tail == memo.tail;
 }
 
+#if defined(__x86_64__)
+// What one look at the 16 bytes at `line` tells of its first ",,". First
+// fields are short, so the look nearly always settles it: `separator` is
+// the pair when one starts in those bytes with no NUL byte before it, null
+// when a NUL byte comes first. Unsettled, a pair may still begin at the
+// 16th byte.
+struct SixteenByteLook {
+  const char* separator;
+  bool settled;
+};
+
+inline SixteenByteLook look_at_sixteen_bytes(const char* line) {
+  __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
+  unsigned commas = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
+  unsigned nuls = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+  unsigned pairs = commas & (commas >> 1);
+  if (pairs == 0) return {nullptr, nuls != 0};
+  unsigned at = static_cast<unsigned>(__builtin_ctz(pairs));
+  bool nul_first = (nuls & ((1u << at) - 1)) != 0;
+  return {nul_first ? nullptr : line + at, true};
+}
+#endif
+
 // The first ",," in [line, end), or null when there is none or a NUL byte
 // comes before it.
 const char* first_separator(const char* line, const char* end) {
   const char* p = line;
 #if defined(__x86_64__)
-  // First fields are short: one look at 16 bytes nearly always settles it.
   if (end - line >= 16) {
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
-    unsigned commas = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
-    unsigned nuls = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-    unsigned pairs = commas & (commas >> 1);
-    if (pairs != 0) {
-      unsigned at = static_cast<unsigned>(__builtin_ctz(pairs));
-      return (nuls & ((1u << at) - 1)) == 0 ? line + at : nullptr;
-    }
-    if (nuls != 0) return nullptr;
-    p = line + 15;  // a pair may still begin at the 16th byte
+    SixteenByteLook look = look_at_sixteen_bytes(line);
+    if (look.settled) return look.separator;
+    p = line + 15;
   }
 #endif
   for (; end - p >= 2; ++p) {
@@ -113,17 +128,10 @@ inline bool remembered_line_date(const char* line, const char* end,
                                  const DateMemo& memo, DateStamp* stamp) {
 #if defined(__x86_64__)
   if (end - line < 16) return false;
-  __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
-  unsigned commas = static_cast<unsigned>(
-      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(','))));
-  unsigned nuls = static_cast<unsigned>(
-      _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-  unsigned pairs = commas & (commas >> 1);
-  if (pairs == 0) return false;
-  unsigned at = static_cast<unsigned>(__builtin_ctz(pairs));
-  const char* field = line + at + 2;
-  if ((nuls & ((1u << at) - 1)) != 0 ||
-      end - field < static_cast<ptrdiff_t>(kMemoBytes) ||
+  const char* separator = look_at_sixteen_bytes(line).separator;
+  if (separator == nullptr) return false;
+  const char* field = separator + 2;
+  if (end - field < static_cast<ptrdiff_t>(kMemoBytes) ||
       !memo_matches(memo, field)) {
     return false;
   }
@@ -160,17 +168,17 @@ inline uint64_t line_feed_word(const char* p) {
 }
 
 // Passes over the lines at the front of `lines` (whole lines) that have
-// the usual shape and are dated before `first_date`, setting *found to the
-// date of each. Returns how many bytes they take: the scan stops in front
-// of the first other line.
-size_t pass_usual_lines(std::string_view lines, DateStamp first_date,
-                        DateMemo& memo, DateStamp* found) {
+// the usual shape and are dated before `first_day`, setting *last_date to
+// the date of each. Returns how many bytes they take: the search stops in
+// front of the first other line.
+size_t pass_usual_lines(std::string_view lines, DateStamp first_day,
+                        DateMemo& memo, DateStamp* last_date) {
   const char* const begin = lines.data();
   const char* const end = begin + lines.size();
   const char* line = begin;
   // Kept in locals, which nothing else can alias, for the inner loop.
   DateMemo local_memo = memo;
-  DateStamp last = *found;
+  DateStamp last = *last_date;
   for (const char* chunk = begin; chunk < end; chunk += 64) {
     uint64_t mask =
         end - chunk >= 64
@@ -182,9 +190,9 @@ size_t pass_usual_lines(std::string_view lines, DateStamp first_date,
       if (static_cast<size_t>(line_end - line) > kMaxLineLength ||
           (!remembered_line_date(line, line_end, local_memo, &stamp) &&
            !usual_line_date(line, line_end, local_memo, &stamp)) ||
-          stamp >= first_date) {
+          stamp >= first_day) {
         memo = local_memo;
-        *found = last;
+        *last_date = last;
         return static_cast<size_t>(line - begin);
       }
       last = stamp;
@@ -192,7 +200,7 @@ size_t pass_usual_lines(std::string_view lines, DateStamp first_date,
     }
   }
   memo = local_memo;
-  *found = last;
+  *last_date = last;
   return static_cast<size_t>(line - begin);
 }
 
@@ -208,14 +216,18 @@ DateStamp line_date(char* line) {
   return log_date_to_stamp(date);
 }
 
-DateStamp scan_to_date(LineReader& log, DateStamp first_date, char* line) {
+DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line) {
   DateMemo memo;
-  DateStamp found = 0;
+  DateStamp date = 0;
   for (;;) {
-    log.consume(
-        pass_usual_lines(log.buffered_lines(), first_date, memo, &found));
-    if (!log.getline(line)) return found;
-    found = line_date(line);
-    if (found >= first_date) return found;
+    log.consume(pass_usual_lines(log.buffered_lines(), first_day, memo, &date));
+    if (!log.getline(line)) return date;
+    date = line_date(line);
+    if (date >= first_day) return date;
   }
+}
+
+bool period_has_records(const LineReader& log, DateStamp start_line_date,
+                        DateStamp last_day) {
+  return !log.eof() && start_line_date <= last_day;
 }

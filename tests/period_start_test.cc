@@ -1,8 +1,8 @@
-// scan_to_date judges most lines in place, without copying them; these
+// find_period_start judges most lines in place, without copying them; these
 // tests hold it to the plain loop it replaces: std::istream::getline into
 // a LOG_LINE_SIZE buffer and line_date on each line, stopping at the first
 // date on or after the start.
-#include "report/scan_start.h"
+#include "log/period_start.h"
 
 #include <gtest/gtest.h>
 
@@ -51,10 +51,9 @@ Outcome scanned(const std::string& path, DateStamp first_date,
                 size_t block_size, size_t stored) {
   Outcome o;
   LineReader reader;
-  EXPECT_TRUE(reader.open(path.c_str()));
-  if (block_size != 0) set_line_reader_block_size(reader, block_size);
+  EXPECT_TRUE(reader.open(path.c_str(), block_size));
   std::vector<char> buf(LOG_LINE_SIZE, 'x');
-  o.found = scan_to_date(reader, first_date, buf.data());
+  o.found = find_period_start(reader, first_date, buf.data());
   o.line.assign(buf.data(), stored);
   o.eof = reader.eof();
   o.failed = reader.failed();
@@ -80,7 +79,7 @@ const char kDay1[] = "J1,,01-01-2024,,10:00:00,,ws1,,10.0.0.1,,CLEAN,,/a\n";
 const char kDay2[] = "J2,,02-01-2024,,10:00:00,,ws1,,10.0.0.1,,CLEAN,,/b\n";
 const char kDay3[] = "J3,,03-01-2024,,10:00:00,,ws1,,10.0.0.1,,CLEAN,,/c\n";
 
-TEST(ScanToDate, StopsWhereThePlainLoopStops) {
+TEST(FindPeriodStart, StopsWhereThePlainLoopStops) {
   const std::string long_first_field(40, 'F');
   const std::string cases[] = {
       "",
@@ -150,7 +149,7 @@ std::string random_log(std::mt19937& rng) {
   return log;
 }
 
-TEST(ScanToDate, MatchesThePlainLoopOnRandomLogs) {
+TEST(FindPeriodStart, MatchesThePlainLoopOnRandomLogs) {
   std::mt19937 rng(20240101);
   for (int i = 0; i < 300; ++i) {
     const std::string log = random_log(rng);
