@@ -16,7 +16,9 @@
 namespace {
 
 [[noreturn]] void refuse(const std::string& message) {
-  std::fputs(message.c_str(), stderr);
+  // With standard error gone there is no one left to tell; the status
+  // still says it.
+  (void)std::fputs(message.c_str(), stderr);
   std::exit(1);
 }
 

@@ -54,7 +54,7 @@ int write_report_rows(CountTable& client_counts, CountTable& virus_counts,
                       LineReader& log, OutputFile& rows_out, DateStamp day,
                       char* pending_line) {
   int32_t row_number = 0;
-  RecordCounter counter(client_counts, virus_counts, file_counts, tally);
+  RecordCounter counter({client_counts, virus_counts, file_counts, tally});
   auto line = std::make_unique<char[]>(LOG_LINE_SIZE);
   std::memcpy(line.get(), pending_line, LOG_LINE_SIZE);
   line[LOG_LINE_SIZE - 1] = '\0';

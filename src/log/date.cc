@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): calendar order
 int days_in_month(int month, int year) {
   if (year <= 1900) return 0;
   unsigned m = static_cast<unsigned>(month);
@@ -24,12 +25,17 @@ int days_in_month(int month, int year) {
   return 0;
 }
 
-static bool is_valid_day(long long day, long long month, long long year) {
+namespace {
+
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): calendar order
+bool is_valid_day(long long day, long long month, long long year) {
   if (month < -2147483647LL || month > 2147483647LL) return false;
   if (year < -2147483647LL || year > 2147483647LL) return false;
   int days = days_in_month(static_cast<int>(month), static_cast<int>(year));
   return day >= 1 && days != 0 && day <= days;
 }
+
+}  // namespace
 
 DateStamp parse_date_arg(const char* text) {
   if (text == nullptr || std::strlen(text) != 8) return 0;
@@ -40,16 +46,20 @@ DateStamp parse_date_arg(const char* text) {
   return value;
 }
 
+namespace {
+
 // The number at `text` as atoi reads it over digits and hyphens: an optional
 // leading minus, then digits. Runs are at most ten characters long, so a
 // 64-bit value cannot overflow.
-static long long read_number(const char* text) {
+long long read_number(const char* text) {
   bool negative = *text == '-';
   if (negative) ++text;
   long long value = 0;
   while (*text >= '0' && *text <= '9') value = value * 10 + (*text++ - '0');
   return negative ? -value : value;
 }
+
+}  // namespace
 
 DateStamp log_date_to_stamp(const char* text) {
   if (text == nullptr || std::strlen(text) != 10) return 0;
@@ -81,8 +91,8 @@ void format_stamp(DateStamp stamp, char* out) {
 }
 
 void format_stamp_as(DateStamp stamp, const char* format, char* out) {
-  char digits[16];
-  std::snprintf(digits, sizeof digits, "%d", stamp);
+  char digits[16];  // holds any int32_t, so the text is never cut
+  (void)std::snprintf(digits, sizeof digits, "%d", stamp);
   struct tm broken_down = {};
   strptime(digits, "%Y%m%d", &broken_down);
   std::memset(out, 0, DISPLAY_DATE_SIZE);
@@ -95,8 +105,8 @@ DateStamp today_stamp() {
   time_t now = time(nullptr);
   struct tm local = {};
   localtime_r(&now, &local);
-  char text[DAY_TEXT_SIZE] = {};
-  std::strftime(text, sizeof text, "%Y%m%d", &local);
+  char text[DAY_TEXT_SIZE] = {};  // stays empty, and so 0, if it cannot hold
+  (void)std::strftime(text, sizeof text, "%Y%m%d", &local);
   return std::atoi(text);
 }
 

@@ -25,6 +25,13 @@ struct RunTables {
   RankedList client_list, virus_list, file_list;
 };
 
+// The two files a run writes while it reads: the page (report.php) and the
+// day's rows (report.txt).
+struct ReportFiles {
+  OutputFile page;
+  OutputFile rows;
+};
+
 // Sums the days' summary files and includes each day's rows. A day without
 // its files contributes an include line and nothing else.
 void assemble_range(RunTables& tables, OutputFile& php, DateStamp start_date,
@@ -49,22 +56,21 @@ void assemble_range(RunTables& tables, OutputFile& php, DateStamp start_date,
 // Counts the period's records into the tables, from the log for a single
 // day and from the days' files for a range, and includes their rows in
 // report.php. A period without records leaves both untouched.
-void report_period(LineReader& log, OutputFile& php, OutputFile& rows,
-                   RunTables& tables, DateStamp start_date, DateStamp end_date,
-                   bool is_range) {
+void report_period(LineReader& log, ReportFiles& files, RunTables& tables,
+                   DateStamp start_date, DateStamp end_date, bool is_range) {
   auto pending_line = std::make_unique<char[]>(LOG_LINE_SIZE);
   DateStamp start_line_date =
       find_period_start(log, start_date, pending_line.get());
   const DateStamp last_day = is_range ? end_date : start_date;
   if (!period_has_records(log, start_line_date, last_day)) return;
   if (is_range) {
-    assemble_range(tables, php, start_date, end_date);
+    assemble_range(tables, files.page, start_date, end_date);
     return;
   }
   write_report_rows(tables.client_counts, tables.virus_counts,
-                    tables.file_counts, tables.tally, log, rows, start_date,
-                    pending_line.get());
-  write_single_day_include(php, start_date);
+                    tables.file_counts, tables.tally, log, files.rows,
+                    start_date, pending_line.get());
+  write_single_day_include(files.page, start_date);
 }
 
 // summary.txt gets the full lists, for later range runs to add up; the
@@ -101,19 +107,18 @@ int run_scan_report(const char* log_path, DateStamp start_date,
   char day_dir[PATH_BUFFER_SIZE];
   if (!is_range && !day_dir_path(start_date, day_dir)) return -1;
   const char* out_dir = is_range ? RANGE_DIR : day_dir;
-  OutputFile php;
-  open_run_file(php, out_dir, "report.php");
-  OutputFile rows;
-  open_run_file(rows, out_dir, "report.txt");
-  if (!php.is_open()) return -1;
+  ReportFiles files;
+  open_run_file(files.page, out_dir, "report.php");
+  open_run_file(files.rows, out_dir, "report.txt");
+  if (!files.page.is_open()) return -1;
 
-  write_report_page_head(php, start_date, end_date, is_range);
+  write_report_page_head(files.page, start_date, end_date, is_range);
   RunTables tables;
   init_summary_tally(tables.tally);
-  report_period(log, php, rows, tables, start_date, end_date, is_range);
-  write_report_page_end(php);
+  report_period(log, files, tables, start_date, end_date, is_range);
+  write_report_page_end(files.page);
   log.close();
-  php.close();
+  files.page.close();
   write_summaries(tables, out_dir, start_date, end_date);
   return 0;
 }

@@ -73,8 +73,9 @@ void order_first_eleven(RankedList& list) {
     for (size_t q = p + 1; q < counts.size(); ++q) {
       top = std::max(top, counts[q]);
     }
-    size_t best =
-        std::find(counts.begin() + p, counts.end(), top) - counts.begin();
+    auto from = counts.begin() + static_cast<ptrdiff_t>(p);
+    size_t best = static_cast<size_t>(std::find(from, counts.end(), top) -
+                                      counts.begin());
     if (best != p) {
       std::swap(counts[p], counts[best]);
       std::swap(list[p], list[best]);

@@ -18,6 +18,15 @@ using CountTable = std::map<std::string, int32_t, std::less<>>;
 // "deleted", "denied", "error", "excluded", "quarantined" once initialised.
 using SummaryTally = CountTable;
 
+// The four tables that a report's records are counted into, as the report
+// holds them.
+struct CountTables {
+  CountTable& client_counts;
+  CountTable& virus_counts;
+  CountTable& file_counts;
+  SummaryTally& tally;
+};
+
 struct RankedEntry {
   std::string name;
   int32_t count;

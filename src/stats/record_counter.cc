@@ -31,28 +31,20 @@ const char* result_key(const ScanRecord& r) {
 
 }  // namespace
 
-RecordCounter::RecordCounter(CountTable& client_counts,
-                             CountTable& virus_counts, CountTable& file_counts,
-                             SummaryTally& tally)
-    : client_counts_(client_counts),
-      virus_counts_(virus_counts),
-      file_counts_(file_counts),
-      tally_(tally) {}
-
 RecordCounter::~RecordCounter() { flush(); }
 
 void RecordCounter::count(ScanRecord& record) {
   file_batch_.push_back(std::move(*record.file));
   if (file_batch_.size() == kFileBatchSize) flush();
-  add_count(client_counts_, *record.client, 1);
-  if (record.virus) add_count(virus_counts_, *record.virus, 1);
-  if (const char* key = result_key(record)) add_count(tally_, key, 1);
+  add_count(tables_.client_counts, *record.client, 1);
+  if (record.virus) add_count(tables_.virus_counts, *record.virus, 1);
+  if (const char* key = result_key(record)) add_count(tables_.tally, key, 1);
 }
 
 void RecordCounter::flush() {
   std::sort(file_batch_.begin(), file_batch_.end());
   for (std::string& name : file_batch_) {
-    add_count_owned(file_counts_, std::move(name), 1);
+    add_count_owned(tables_.file_counts, std::move(name), 1);
   }
   file_batch_.clear();
 }

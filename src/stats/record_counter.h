@@ -19,8 +19,7 @@
 // at once.
 class RecordCounter {
  public:
-  RecordCounter(CountTable& client_counts, CountTable& virus_counts,
-                CountTable& file_counts, SummaryTally& tally);
+  explicit RecordCounter(CountTables tables) : tables_(tables) {}
   ~RecordCounter();
   RecordCounter(const RecordCounter&) = delete;
   RecordCounter& operator=(const RecordCounter&) = delete;
@@ -30,10 +29,7 @@ class RecordCounter {
   void flush();
 
  private:
-  CountTable& client_counts_;
-  CountTable& virus_counts_;
-  CountTable& file_counts_;
-  SummaryTally& tally_;
+  CountTables tables_;
   std::vector<std::string> file_batch_;
 };
 

@@ -95,14 +95,13 @@ int32_t atoi_value(std::string_view text) {
 // The table a section header selects, tested letter by letter; a header
 // that matches nothing keeps the current table.
 CountTable* table_for_header(const std::string& line, CountTable* current,
-                             CountTable& client_table, CountTable& virus_table,
-                             CountTable& file_table, SummaryTally& tally) {
+                             const CountTables& tables) {
   // "[Top 10 Client]" and its kin differ first at their ninth character.
   char ninth = line.size() > 8 ? line[8] : '\0';
-  if (ninth == 'C') current = &client_table;
-  if (ninth == 'V') current = &virus_table;
-  if (ninth == 'F') current = &file_table;
-  if (line.size() > 1 && line[1] == 'S') current = &tally;
+  if (ninth == 'C') current = &tables.client_counts;
+  if (ninth == 'V') current = &tables.virus_counts;
+  if (ninth == 'F') current = &tables.file_counts;
+  if (line.size() > 1 && line[1] == 'S') current = &tables.tally;
   return current;
 }
 
@@ -121,6 +120,7 @@ void add_entry_line(CountTable& table, std::string_view line) {
 int merge_summary_text(CountTable& client_table, CountTable& virus_table,
                        CountTable& file_table, SummaryTally& tally,
                        std::istream& in) {
+  const CountTables tables{client_table, virus_table, file_table, tally};
   CountTable* current = nullptr;
   std::string line;
   for (;;) {
@@ -128,8 +128,7 @@ int merge_summary_text(CountTable& client_table, CountTable& virus_table,
     if (in.fail()) return 0;  // nothing (more) was read
     if (!line.empty()) {
       if (line[0] == '[') {
-        current = table_for_header(line, current, client_table, virus_table,
-                                   file_table, tally);
+        current = table_for_header(line, current, tables);
       } else if (current != nullptr) {
         add_entry_line(*current, line);
       }
