@@ -4,8 +4,8 @@
 // Lines of the usual shape are judged where they lie in the reader's
 // window, a whole window at a time, without being copied. Any other line,
 // and the line at the period start, is read with getline and cut by
-// line_date exactly as before, so the line handed on and the reader's
-// state are those of a plain getline loop.
+// line_date, so that the line handed on and the reader's state are
+// exactly those of a plain getline loop.
 #include "log/period_start.h"
 
 #include <algorithm>
