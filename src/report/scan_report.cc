@@ -57,23 +57,23 @@ void write_page_header(OutputFile& php, DateStamp start_date,
   write_line(php, "</tr>");
 }
 
-// Sums the days' summary files and includes each day's rows. A day without
-// its files contributes an include line and nothing else.
+void merge_day_summary(Tables& t, DateStamp day) {
+  char path[PATH_BUFFER_SIZE];
+  std::snprintf(path, sizeof path, "%s%d/summary.txt", TRAFFIC_DIR, day);
+  std::ifstream summary(path, std::ios::binary);
+  if (!summary.is_open()) return;
+  merge_summary_text(t.client_counts, t.virus_counts, t.file_counts, t.tally,
+                     summary);
+}
+
+// Sums the days' summary files and includes each day's rows, for every
+// local calendar day of the range. A day without its files contributes an
+// include line and nothing else; a date the zone skipped contributes
+// nothing at all.
 void assemble_range(Tables& t, OutputFile& php, DateStamp start_date,
                     DateStamp end_date) {
-  time_t day_start = stamp_to_time(start_date);
-  int32_t last_day = day_count(start_date, end_date);
-  for (int32_t i = 0; i <= last_day; ++i) {
-    char day[DAY_TEXT_SIZE];
-    time_to_day_text(day_start, day);
-    char path[PATH_BUFFER_SIZE];
-    std::snprintf(path, sizeof path, "%s%s/summary.txt", TRAFFIC_DIR, day);
-    std::ifstream summary(path, std::ios::binary);
-    if (summary.is_open()) {
-      merge_summary_text(t.client_counts, t.virus_counts, t.file_counts,
-                         t.tally, summary);
-    }
-    day_start += SECONDS_PER_DAY;
+  for (DateStamp day : local_days(start_date, end_date)) {
+    merge_day_summary(t, day);
     php << "<?php include(\"" << TRAFFIC_DIR << day << "/report.txt\") ?>\n";
   }
 }
