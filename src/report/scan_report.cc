@@ -3,14 +3,18 @@
 // the log is read only as far as the first line of the period.
 #include "report/scan_report.h"
 
+#include <fcntl.h>
+
 #include <cstdio>
-#include <fstream>
+#include <ext/stdio_filebuf.h>
+#include <istream>
 #include <memory>
 #include <string>
 
 #include "html/report_rows.h"
 #include "html/summary_page.h"
 #include "io/output_file.h"
+#include "io/regular_file.h"
 #include "log/line_reader.h"
 #include "report/output_paths.h"
 #include "report/scan_start.h"
@@ -57,11 +61,16 @@ void write_page_header(OutputFile& php, DateStamp start_date,
   write_line(php, "</tr>");
 }
 
+// Adds a day's summary file into the tables. Anything but a plain file at
+// that path (a link, a pipe, a device) counts as missing: whoever can write
+// into a day directory must not make a root run read it.
 void merge_day_summary(Tables& t, DateStamp day) {
   char path[PATH_BUFFER_SIZE];
   std::snprintf(path, sizeof path, "%s%d/summary.txt", TRAFFIC_DIR, day);
-  std::ifstream summary(path, std::ios::binary);
-  if (!summary.is_open()) return;
+  int fd = open_regular_file(path, O_RDONLY);
+  if (fd < 0) return;
+  __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::in);  // closes fd
+  std::istream summary(&buffer);
   merge_summary_text(t.client_counts, t.virus_counts, t.file_counts, t.tally,
                      summary);
 }
