@@ -85,13 +85,6 @@ DateStamp pick_day(const uint8_t* data, size_t size) {
   return dates.empty() ? kDefaultDay : dates[dates.size() / 2];
 }
 
-// The day after `day`, as the range walk names it.
-DateStamp next_day(DateStamp day) {
-  char text[DAY_TEXT_SIZE] = {};
-  time_to_day_text(stamp_to_time(day) + SECONDS_PER_DAY, text);
-  return std::atoi(text);
-}
-
 const std::set<std::string> kDayFiles = {
     "quarantine.htm", "report.php", "report.txt", "summary.htm", "summary.txt"};
 const std::set<std::string> kRangeFiles = {"report.php", "report.txt",

@@ -24,7 +24,7 @@ TEST(OutputPaths, Layout) {
   EXPECT_EQ(path, kRange + "/summary.htm");
   ASSERT_TRUE(quarantine_page_path(20240131, path));
   EXPECT_EQ(path, kTraffic + "/20240131/quarantine.htm");
-  ASSERT_TRUE(day_summary_path("20240229", path));
+  ASSERT_TRUE(day_summary_path(20240229, path));
   EXPECT_EQ(path, kTraffic + "20240229/summary.txt");
 }
 

@@ -33,8 +33,8 @@ void write_report_page_head(OutputFile& php, DateStamp start_date,
   write_line(php, "</tr>");
 }
 
-void write_range_day_include(OutputFile& php, const char* day_text) {
-  php << "<?php include(\"" << TRAFFIC_DIR << day_text << "/report.txt\") ?>\n";
+void write_range_day_include(OutputFile& php, DateStamp day) {
+  php << "<?php include(\"" << TRAFFIC_DIR << day << "/report.txt\") ?>\n";
 }
 
 void write_single_day_include(OutputFile& php, DateStamp day) {

@@ -12,9 +12,9 @@
 void write_report_page_head(OutputFile& php, DateStamp start_date,
                             DateStamp end_date, bool is_range);
 
-// The include line of one day of a range, for the eight-digit `day_text`.
+// The include line of one day of a range.
 // It ends with a line feed but is not flushed.
-void write_range_day_include(OutputFile& php, const char* day_text);
+void write_range_day_include(OutputFile& php, DateStamp day);
 
 // The include line of a single day's rows, with two slashes in a row before
 // the day and no line feed: the table's end follows on the same line.

@@ -1,6 +1,7 @@
-// Output files are opened with open(2) rather than std::ofstream so that
-// O_NOFOLLOW can refuse a symbolic link planted where a report belongs: the
-// tool runs as root inside a web tree that others may be able to write to.
+// Output files are opened with open(2) rather than std::ofstream so that a
+// symbolic link, named pipe or device planted where a report belongs is
+// refused: the tool runs as root inside a web tree that others may be able
+// to write to.
 #include "io/output_file.h"
 
 #include <errno.h>
@@ -9,23 +10,24 @@
 
 #include <charconv>
 
+#include "io/regular_file.h"
+
 OutputFile::~OutputFile() { close(); }
 
 bool OutputFile::open(const char* path) {
   close();
-  // O_NONBLOCK makes a named pipe planted in place of a report fail to open
-  // (no reader) instead of hanging the run; regular files ignore it, and it
-  // is cleared again before anything is written.
-  do {
-    fd_ = ::open(
-        path,
-        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
-        0666);
-  } while (fd_ < 0 && errno == EINTR);
+  fd_ = open_regular_file(path, O_WRONLY | O_CREAT);
   if (fd_ < 0) return false;
-  int flags = fcntl(fd_, F_GETFL);
-  if (flags >= 0) fcntl(fd_, F_SETFL, flags & ~O_NONBLOCK);
-  return true;
+  // Emptied only once it is known to be a plain file.
+  int result;
+  do {
+    result = ftruncate(fd_, 0);
+  } while (result != 0 && errno == EINTR);
+  if (result != 0) {
+    ::close(fd_);
+    fd_ = -1;
+  }
+  return fd_ >= 0;
 }
 
 OutputFile& OutputFile::operator<<(std::string_view text) {

@@ -16,8 +16,9 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   // Opens `path` for writing with truncation, creating it (mode 0666 less
-  // the umask) when missing. A symbolic link as the last path component is
-  // not followed: the open then fails, as it does for a missing directory.
+  // the umask) when missing. Fails, as for a missing directory, when the
+  // last path component is a symbolic link or turns out not to be a regular
+  // file (a named pipe, device or socket, which is left untouched).
   // Directories along the path may be links.
   bool open(const char* path);
   bool is_open() const { return fd_ >= 0; }

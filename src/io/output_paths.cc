@@ -33,6 +33,6 @@ bool quarantine_page_path(int32_t day, char* out) {
   return format_path(out, "%s/%d/quarantine.htm", TRAFFIC_DIR, day);
 }
 
-bool day_summary_path(const char* day_text, char* out) {
-  return format_path(out, "%s%s/summary.txt", TRAFFIC_DIR, day_text);
+bool day_summary_path(int32_t day, char* out) {
+  return format_path(out, "%s%d/summary.txt", TRAFFIC_DIR, day);
 }

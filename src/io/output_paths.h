@@ -33,8 +33,8 @@ bool run_file_path(const char* dir, const char* name, char* out);
 // named.
 bool quarantine_page_path(int32_t day, char* out);
 
-// A day's summary file as a range run reads it back: TRAFFIC_DIR, the
-// eight-digit `day_text` and "/summary.txt".
-bool day_summary_path(const char* day_text, char* out);
+// A day's summary file as a range run reads it back: TRAFFIC_DIR, the day's
+// number and "/summary.txt".
+bool day_summary_path(int32_t day, char* out);
 
 #endif  // SCANREPORT_IO_OUTPUT_PATHS_H_

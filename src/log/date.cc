@@ -1,13 +1,17 @@
 // Date parsing is strict because a date decides which lines a report shows:
 // anything that is not exactly a valid date becomes 0, never a guess. The
-// day arithmetic works on local midnights in standard time so that walking
-// a range in steps of SECONDS_PER_DAY cannot skip or repeat a day across a
-// daylight-saving change.
+// day arithmetic is calendar arithmetic, blind to the time zone, because
+// steps of fixed seconds between local times go wrong wherever a zone's
+// offset changes by other than a daylight-saving hour added in summer (Irish
+// winter time, Moroccan Ramadan time, a zone moving its standard offset).
+// The zone is asked only whether a date happened there at all.
 #include "log/date.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 // NOLINTNEXTLINE(bugprone-easily-swappable-parameters): calendar order
 int days_in_month(int month, int year) {
@@ -110,22 +114,62 @@ DateStamp today_stamp() {
   return std::atoi(text);
 }
 
-time_t stamp_to_time(DateStamp stamp) {
-  struct tm broken_down = {};
-  broken_down.tm_year = stamp / 10000 - 1900;
-  broken_down.tm_mon = stamp % 10000 / 100 - 1;
-  broken_down.tm_mday = stamp % 100;
-  return mktime(&broken_down);
+namespace {
+
+std::chrono::sys_days to_days(DateStamp stamp) {
+  return std::chrono::year_month_day{
+      std::chrono::year(stamp / 10000),
+      std::chrono::month(static_cast<unsigned>(stamp % 10000 / 100)),
+      std::chrono::day(static_cast<unsigned>(stamp % 100))};
 }
 
-void time_to_day_text(time_t t, char* out) {
+// Whether asking mktime for `hour` o'clock on `stamp` lands on that date.
+// A time inside a gap is moved by the gap's length, so it still lands on
+// the date unless the gap swallowed the rest of the day.
+bool lands_on_date(DateStamp stamp, int hour) {
+  struct tm wanted = {};
+  wanted.tm_year = stamp / 10000 - 1900;
+  wanted.tm_mon = stamp % 10000 / 100 - 1;
+  wanted.tm_mday = stamp % 100;
+  wanted.tm_hour = hour;
+  wanted.tm_isdst = -1;  // whichever offset the zone had then
+  time_t t = mktime(&wanted);
   struct tm local = {};
-  localtime_r(&t, &local);
-  if (std::strftime(out, DAY_TEXT_SIZE, "%Y%m%d", &local) == 0) out[0] = '\0';
+  if (localtime_r(&t, &local) == nullptr) return false;
+  return (local.tm_year + 1900) * 10000 + (local.tm_mon + 1) * 100 +
+             local.tm_mday ==
+         stamp;
+}
+
+}  // namespace
+
+DateStamp next_day(DateStamp stamp) {
+  std::chrono::year_month_day next{to_days(stamp) + std::chrono::days(1)};
+  return static_cast<int>(next.year()) * 10000 +
+         static_cast<int>(static_cast<unsigned>(next.month())) * 100 +
+         static_cast<int>(static_cast<unsigned>(next.day()));
+}
+
+bool local_day_exists(DateStamp stamp) {
+  // Noon settles nearly every day in one call; every other hour is asked
+  // only when noon fell into a gap.
+  if (lands_on_date(stamp, 12)) return true;
+  for (int hour = 0; hour < 24; ++hour) {
+    if (lands_on_date(stamp, hour)) return true;
+  }
+  return false;
+}
+
+std::vector<DateStamp> local_days(DateStamp first, DateStamp last) {
+  std::vector<DateStamp> days;
+  if (first > last) return days;
+  days.reserve(static_cast<size_t>(day_count(first, last)) + 1);
+  for (DateStamp day = first; day <= last; day = next_day(day)) {
+    if (local_day_exists(day)) days.push_back(day);
+  }
+  return days;
 }
 
 int32_t day_count(DateStamp a, DateStamp b) {
-  long long seconds = static_cast<long long>(stamp_to_time(b)) -
-                      static_cast<long long>(stamp_to_time(a));
-  return static_cast<int32_t>(seconds / SECONDS_PER_DAY);
+  return static_cast<int32_t>((to_days(b) - to_days(a)).count());
 }

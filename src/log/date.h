@@ -5,13 +5,12 @@
 #define SCANREPORT_LOG_DATE_H_
 
 #include <cstdint>
-#include <ctime>
+#include <vector>
 
 // A date whose decimal digits read yyyymmdd; 0 means no date or an invalid
 // one. Dates compare as plain signed integers.
 using DateStamp = int32_t;
 
-inline constexpr int SECONDS_PER_DAY = 86400;
 inline constexpr int DISPLAY_DATE_SIZE = 11;  // "31-01-2024" and its NUL
 inline constexpr int DAY_TEXT_SIZE = 9;       // "20240131" and its NUL
 
@@ -43,15 +42,22 @@ void format_stamp_as(DateStamp stamp, const char* format, char* out);
 // The current date in the local time zone.
 DateStamp today_stamp();
 
-// Midnight of `stamp` in local standard time (the daylight-saving flag is
-// cleared), so adding SECONDS_PER_DAY always lands on the next calendar day.
-time_t stamp_to_time(DateStamp stamp);
+// The calendar day after `stamp`, whatever the time zone. `stamp` must be a
+// valid date; the day after 99991231 is 100000101.
+DateStamp next_day(DateStamp stamp);
 
-// Writes the eight-digit local day of `t` into `out` (DAY_TEXT_SIZE bytes).
-void time_to_day_text(time_t t, char* out);
+// Whether the local time zone has any moment on the date of `stamp` (a valid
+// date). False only for a date the zone skipped altogether, as Pacific/Apia
+// skipped 30 December 2011 when it moved across the date line.
+bool local_day_exists(DateStamp stamp);
 
-// Whole days from `a` to `b` (a not later than b), whatever daylight-saving
-// changes lie between.
+// The local calendar days from `first` to `last` (valid dates, first not
+// later than last), in order, each once: the days a range report covers. A
+// date that the local zone skipped altogether is left out.
+std::vector<DateStamp> local_days(DateStamp first, DateStamp last);
+
+// Calendar days from `a` to `b` (both valid, a not later than b), the same
+// in every time zone: 31 from 20240301 to 20240401.
 int32_t day_count(DateStamp a, DateStamp b);
 
 #endif  // SCANREPORT_LOG_DATE_H_

@@ -3,7 +3,10 @@
 // the log is read only as far as the period start.
 #include "report/scan_report.h"
 
-#include <fstream>
+#include <fcntl.h>
+
+#include <ext/stdio_filebuf.h>
+#include <istream>
 #include <memory>
 
 #include "html/report_page.h"
@@ -11,6 +14,7 @@
 #include "html/summary_page.h"
 #include "io/output_file.h"
 #include "io/output_paths.h"
+#include "io/regular_file.h"
 #include "log/line_reader.h"
 #include "log/period_start.h"
 #include "stats/count_table.h"
@@ -32,23 +36,28 @@ struct ReportFiles {
   OutputFile rows;
 };
 
-// Sums the days' summary files and includes each day's rows. A day without
-// its files contributes an include line and nothing else.
+// Adds a day's summary file into the tables. Anything but a plain file at
+// that path (a link, a pipe, a device) counts as missing: whoever can write
+// into a day directory must not make a root run read it.
+void merge_day_summary(RunTables& tables, DateStamp day) {
+  char path[PATH_BUFFER_SIZE];
+  day_summary_path(day, path);
+  int fd = open_regular_file(path, O_RDONLY);
+  if (fd < 0) return;
+  __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::in);  // closes fd
+  std::istream summary(&buffer);
+  merge_summary_text(tables.client_counts, tables.virus_counts,
+                     tables.file_counts, tables.tally, summary);
+}
+
+// Sums the days' summary files and includes each day's rows, for every
+// local calendar day of the range. A day without its files contributes an
+// include line and nothing else; a date the zone skipped contributes
+// nothing at all.
 void assemble_range(RunTables& tables, OutputFile& php, DateStamp start_date,
                     DateStamp end_date) {
-  time_t day_start = stamp_to_time(start_date);
-  int32_t last_day = day_count(start_date, end_date);
-  for (int32_t i = 0; i <= last_day; ++i) {
-    char day[DAY_TEXT_SIZE];
-    time_to_day_text(day_start, day);
-    char path[PATH_BUFFER_SIZE];
-    day_summary_path(day, path);
-    std::ifstream summary(path, std::ios::binary);
-    if (summary.is_open()) {
-      merge_summary_text(tables.client_counts, tables.virus_counts,
-                         tables.file_counts, tables.tally, summary);
-    }
-    day_start += SECONDS_PER_DAY;
+  for (DateStamp day : local_days(start_date, end_date)) {
+    merge_day_summary(tables, day);
     write_range_day_include(php, day);
   }
 }
