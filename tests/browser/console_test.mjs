@@ -1,11 +1,10 @@
-// The console in headless Chromium, served by PHP's own web server on
-// 127.0.0.1, over the tree that daily_test.sh left: reports of a log full
-// of hostile names, hand-written summary files and planted files. Chromium
-// is driven over the DevTools protocol on a pipe. Screenshots are left in
-// $SHOTS. Settings come from the environment (see CMakeLists.txt).
+// The console in headless Chromium (DevTools protocol on a pipe), served by
+// php -S on 127.0.0.1, over the tree that daily_test.sh left: reports of a
+// log of hostile names, summaries written by hand and planted files.
 import assert from 'node:assert/strict';
 import {execFileSync, spawn} from 'node:child_process';
 import {mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
+import {once} from 'node:events';
 import {createServer} from 'node:net';
 import {tmpdir} from 'node:os';
 import {after, before, test} from 'node:test';
@@ -20,8 +19,8 @@ const HOSTILE = ['<b id=x>bold.txt', '<!--comment.doc', '</td></tr></table><b id
 const KEYS = ['clean', 'cured', 'quarantined', 'deleted', 'denied', 'acterror'];
 const CHART = {20240310: [120, 3, 4, 2, 1, 0], 20240311: [80, 0, 0, 0, 0, 1], 20240312: null,
   20240313: [10, -4, 6, 0, 2, 1], 20240314: null, 20240315: null, 20240316: [50, 0, 10, 0, 0, 0]};
-const children = [];
-let send, base, profile;
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+let send, session, base, profile, php, browser;
 
 function devtools(browser) { // messages are JSON, each ended by a NUL byte
   const calls = new Map();
@@ -41,66 +40,50 @@ function devtools(browser) { // messages are JSON, each ended by a NUL byte
   });
 }
 
-const page = {
-  async run(fn, arg = null) {
-    const {result, exceptionDetails} = await send('Runtime.evaluate', {expression: `(${fn})(${JSON.stringify(arg)})`,
-      returnByValue: true, awaitPromise: true}, page.session);
-    assert.ok(!exceptionDetails, JSON.stringify(exceptionDetails));
-    return result.value;
-  },
-  async load(query) {
-    const url = `${base}/index.php${query}`;
-    await send('Page.navigate', {url}, page.session);
-    while (!await page.run((u) => location.href === u && document.readyState === 'complete', url)) {
-      await new Promise((r) => setTimeout(r, 50));
-    }
-  },
-  async click(selector) { // a real mouse click in the middle of the element
-    const {x, y} = await page.run((s) => {
-      const e = document.querySelector(s);
-      e.scrollIntoView({block: 'center'});
-      const box = e.getBoundingClientRect();
-      return {x: box.x + box.width / 2, y: box.y + box.height / 2};
-    }, selector);
-    for (const type of ['mousePressed', 'mouseReleased']) {
-      await send('Input.dispatchMouseEvent', {type, x, y, button: 'left', clickCount: 1}, page.session);
-    }
-  },
-  async screenshot(name, width, height) {
-    await send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: width < 600}, page.session);
-    const {data} = await send('Page.captureScreenshot', {format: 'png'}, page.session);
-    writeFileSync(`${SHOTS}/${name}.png`, Buffer.from(data, 'base64'));
-  },
-};
+// Runs fn(arg) in the page and returns its result.
+async function run(fn, arg = null) {
+  const {result, exceptionDetails} = await send('Runtime.evaluate', {expression: `(${fn})(${JSON.stringify(arg)})`,
+    returnByValue: true, awaitPromise: true}, session);
+  assert.ok(!exceptionDetails, JSON.stringify(exceptionDetails));
+  return result.value;
+}
+
+async function load(query) {
+  const url = `${base}/index.php${query}`;
+  await send('Page.navigate', {url}, session);
+  while (!await run((u) => location.href === u && document.readyState === 'complete', url)) {
+    await sleep(50);
+  }
+}
+
+async function screenshot(name, width, height) {
+  await send('Emulation.setDeviceMetricsOverride', {width, height, deviceScaleFactor: 1, mobile: width < 600}, session);
+  const {data} = await send('Page.captureScreenshot', {format: 'png'}, session);
+  writeFileSync(`${SHOTS}/${name}.png`, Buffer.from(data, 'base64'));
+}
 
 before(async () => {
-  const port = await new Promise((resolve) => {
-    const server = createServer().listen(0, '127.0.0.1', () => {
-      const {port} = server.address();
-      server.close(() => resolve(port));
-    });
-  });
+  const server = createServer().listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const {port} = server.address();
+  await new Promise((resolve) => server.close(resolve));
   base = `http://127.0.0.1:${port}`;
-  children.push(spawn(PHP, ['-S', `127.0.0.1:${port}`, '-t', WEB],
-      {env: {...process.env, SCANREPORT_OUTPUT_ROOT: root}, stdio: 'ignore'}));
-  for (let i = 0; i < 100 && !(await fetch(`${base}/style.css`).catch(() => null))?.ok; i++) {
-    await new Promise((r) => setTimeout(r, 100));
-  }
+  php = spawn(PHP, ['-S', `127.0.0.1:${port}`, '-t', WEB], {env: {...process.env, SCANREPORT_OUTPUT_ROOT: root}});
+  for (let i = 0; i < 100 && !(await fetch(`${base}/style.css`).catch(() => null))?.ok; i++) await sleep(100);
   profile = mkdtempSync(`${tmpdir()}/console-test-`);
-  const browser = spawn(CHROMIUM, ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run',
+  browser = spawn(CHROMIUM, ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run',
     '--disable-background-networking', '--disable-component-update', '--disable-sync',
     '--disable-dev-shm-usage', `--user-data-dir=${profile}`, '--remote-debugging-pipe', 'about:blank'],
   {stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe']});
-  children.push(browser);
   send = devtools(browser);
   const {targetId} = await send('Target.createTarget', {url: 'about:blank'});
-  page.session = (await send('Target.attachToTarget', {targetId, flatten: true})).sessionId;
+  session = (await send('Target.attachToTarget', {targetId, flatten: true})).sessionId;
 });
 
 after(async () => {
-  const exited = new Promise((resolve) => children[1]?.once('exit', resolve));
-  await Promise.race([send?.('Browser.close').then(() => exited), new Promise((r) => setTimeout(r, 5000))]);
-  for (const child of children) child.kill('SIGKILL');
+  await Promise.race([send?.('Browser.close').then(() => once(browser, 'exit')), sleep(5000)]);
+  browser?.kill('SIGKILL');
+  php?.kill('SIGKILL');
   rmSync(profile, {recursive: true, force: true, maxRetries: 10, retryDelay: 200});
 });
 
@@ -114,8 +97,8 @@ test('PHP resolves the include lines of the pages, double slash and all', () => 
 });
 
 test('every name is shown as text, every row and checkbox stays', async () => {
-  await page.load('?day=20240301');
-  const shown = await page.run(() => ({title: document.title, text: document.body.innerText,
+  await load('?day=20240301');
+  const shown = await run(() => ({title: document.title, text: document.body.innerText,
     x: document.getElementById('x') !== null, scripts: document.scripts.length,
     markup: document.querySelectorAll('section :is(b, img, script, textarea, a)').length,
     boxes: Object.fromEntries([...document.querySelectorAll('section')].map((s) => [s.id,
@@ -134,21 +117,20 @@ test('every name is shown as text, every row and checkbox stays', async () => {
 });
 
 test('select-all ticks and clears the rows of its own table', async () => {
-  const ticked = () => page.run(() => ['day-report', 'day-quarantine', 'range-report'].map((id) =>
+  const ticked = () => run(() => ['day-report', 'day-quarantine', 'range-report'].map((id) =>
     document.querySelectorAll(`#${id} input[id^=chk_sel_]:checked`).length));
-  await page.click('#day-report input[id=selall]');
-  assert.deepEqual(await ticked(), [9, 0, 0]);
-  await page.click('#range-report input[id=selall]');
-  assert.deepEqual(await ticked(), [9, 0, 12]);
-  await page.click('#day-report input[id=selall]');
-  assert.deepEqual(await ticked(), [0, 0, 12]);
+  for (const [id, expected] of [['day-report', [9, 0, 0]], ['day-quarantine', [9, 2, 0]],
+    ['range-report', [9, 2, 12]], ['day-report', [0, 2, 12]]]) {
+    await run((s) => document.querySelector(`#${s} input[id=selall]`).click(), id);
+    assert.deepEqual(await ticked(), expected, id);
+  }
 });
 
 test('the chart\'s bars and table match the summary files', async () => {
-  await page.load('?day=20240301&from=2024-03-10&to=2024-03-16');
-  const chart = await page.run(() => [...document.querySelectorAll('svg.trend rect')].map((r) =>
+  await load('?day=20240301&from=2024-03-10&to=2024-03-16');
+  const chart = await run(() => [...document.querySelectorAll('svg.trend rect')].map((r) =>
     [r.dataset.day, r.getAttribute('class').replace('s-', ''), r.height.baseVal.value]));
-  const table = await page.run(() => [...document.querySelectorAll('table.trend-numbers tr')].slice(1).map((r) => r.innerText));
+  const table = await run(() => [...document.querySelectorAll('table.trend-numbers tr')].slice(1).map((r) => r.innerText));
   for (const [panel, keys] of [['infected', KEYS.slice(2)], ['clean', KEYS.slice(0, 2)]]) {
     const bars = chart.filter(([, key]) => keys.includes(key));
     const scale = Math.max(...bars.map(([, , h]) => h)) / Math.max(...Object.values(CHART).flatMap((c) => c ? keys.map((k) => c[KEYS.indexOf(k)]) : []));
@@ -161,15 +143,17 @@ test('the chart\'s bars and table match the summary files', async () => {
     const infected = counts && counts.slice(2).reduce((a, b) => a + b);
     assert.equal(table.shift().split('\t').slice(1).join(' '), counts ? `${counts.join(' ')} ${infected}` : 'no summary');
   }
-  await page.screenshot('chart-phone', 390, 800);
+  const totals = await run(() => [...document.querySelectorAll('svg.trend text.total')].map((t) => t.textContent));
+  assert.deepEqual(totals, ['7', '1', '9', '10']);
+  await screenshot('chart-phone', 390, 800);
 });
 
 test('planted files are refused or shown as text, never followed', async () => {
-  await page.load('?day=20240228');
-  const text = await page.run(() => document.body.innerText);
-  assert.ok(!text.includes('OUTSIDE-ROOT') && text.includes('No summary of this day'));
-  assert.ok(text.includes("<td align='left'>cut short") && text.includes('a line <b id=x> of its own'));
-  assert.equal(await page.run(() => document.getElementById('x')), null);
-  await page.load('?day=20240301&from=2024-02-28&to=2024-03-16');
-  await page.screenshot('console', 1280, 2400);
+  await load('?day=20240228');
+  const text = await run(() => document.body.innerText);
+  assert.ok(!text.includes('OUTSIDE-ROOT') && text.includes('No summary of this day') &&
+    text.includes("<td align='left'>cut short") && text.includes('a line <b id=x> of its own'));
+  assert.equal(await run(() => document.getElementById('x')), null);
+  await load('?day=20240301&from=2024-02-28&to=2024-03-16');
+  await screenshot('console', 1280, 2400);
 });

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# The nightly helper run end to end into the test output root with the
-# test build of the program. What it leaves, with a range report, summary
-# files written by hand and files planted by a hostile user, is what the
-# console test then shows.
+# The nightly helper run end to end into the test output root with the test
+# build of the program. What it leaves, with a range report, hand-written
+# summaries and planted files, is what console_test.mjs shows.
 #   daily_test.sh HELPER PROGRAM ROOT
 set -euo pipefail
 helper=$1 program=$2 root=$3
@@ -12,9 +11,7 @@ outside=${root%/}-outside
 rm -rf "$root" "$outside" && mkdir -p "$root/traffic" "$root/range" "$outside"
 export SCANREPORT_DEFAULTS=$outside/default SCANREPORT_PROGRAM=$program SCANREPORT_ROOT=$root
 passed=0 failed=0
-check() { # name, then a condition for eval
-  if eval "$2"; then passed=$((passed + 1)); else failed=$((failed + 1)) && echo "FAIL: $1" >&2; fi
-}
+check() { if eval "$2"; then ((++passed)); else ((++failed)) && echo "FAIL: $1" >&2; fi; } # name, test
 
 echo 'SCANREPORT_LOG=' >"$SCANREPORT_DEFAULTS"
 said=$("$helper" 20240301 2>&1)
@@ -38,10 +35,8 @@ check "a second run waits for the lock" \
   'grep -q waiting "$outside/run.err" && [[ ! -e $root/traffic/20240301 ]]'
 flock -u 9 && exec 9<&-
 check "and then runs" 'wait $! && [[ $(wc -l <"$outside/run.out") == 2 ]]'
-for day in 20240301 20240302; do
-  check "$day has its reports" \
-    '[[ $(ls "$root/traffic/$day" | xargs) == "quarantine.htm report.php report.txt summary.htm summary.txt" ]]'
-done
+files="quarantine.htm report.php report.txt summary.htm summary.txt"
+check "both days have their reports" '[[ $(cd "$root/traffic" && ls 20240301 20240302 | xargs) == "20240301: $files 20240302: $files" ]]'
 
 # The rest of the tree the console test shows.
 "$program" "$data/hostile.log" 20240301 20240303
@@ -49,19 +44,16 @@ for file in "$data"/summaries/*.txt; do
   day=$(basename "$file" .txt)
   mkdir "$root/traffic/$day" && cp "$file" "$root/traffic/$day/summary.txt"
 done
-echo '[Summary]' >"$outside/summary.txt" && echo 'clean=1000' >>"$outside/summary.txt"
-mkdir "$root/traffic/20240314" "$root/traffic/20240315"
-mkfifo "$root/traffic/20240314/summary.txt"
+printf '[Summary]\nclean=1000\n' >"$outside/summary.txt"
+mkdir "$root/traffic/20240314" "$root/traffic/20240315" && mkfifo "$root/traffic/20240314/summary.txt"
 ln -s "$outside/summary.txt" "$root/traffic/20240315/summary.txt"
 planted=$root/traffic/20240228
 mkdir -p "$planted/linked" "$planted/fifo"
 echo "<tr><td>OUTSIDE-ROOT</td></tr>" >"$outside/report.txt"
 ln -s "$outside/report.txt" "$planted/linked/report.txt"
 mkfifo "$planted/fifo/report.txt" "$planted/summary.htm"
-for named in "$outside/report.txt" "$planted/linked/report.txt" \
-  "$planted/fifo/report.txt" "${root}traffic/20240301/../../../output-root-outside/report.txt"; do
-  echo "<?php include(\"$named\") ?>"
-done >"$planted/report.php"
+printf '<?php include("%s") ?>\n' "$outside/report.txt" "$planted/linked/report.txt" \
+  "$planted/fifo/report.txt" "${root}traffic/20240301/../../../output-root-outside/report.txt" >"$planted/report.php"
 printf '%s\n' '<table>' '<tr>' "<td align='left'>cut short" 'a line <b id=x> of its own' >"$planted/quarantine.htm"
 
 echo "daily helper: $passed passed, $failed failed"
