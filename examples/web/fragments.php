@@ -11,6 +11,8 @@
 // damaged or planted file still shows everything it holds.
 declare(strict_types=1);
 
+// Cells are most lines, so they are told apart first.
+const CELL_START = '/^<t[dh][ >]/i';
 // "<td align='left' title='PATH'>BASE</td>", where BASE is PATH's last part.
 const TITLED_CELL = "/^<td align='left' title='(.*)<\\/td>\$/s";
 // Any other cell: a tag with plain attributes, the text, its closing tag.
@@ -97,9 +99,15 @@ function fragment_items(iterable $lines, ?callable $include = null): Generator
                 continue;
             }
         }
+        $cell = preg_match(CELL_START, $line) === 1 ? parse_cell($line, $row === []) : null;
         if ($top_title && preg_match(TOP_TITLE_END, $line, $m) === 1) {
-            $top_title = false;
             yield ['caption', $m[1]];
+        } elseif ($cell !== null) {
+            if ($row === null) {
+                yield ['row', [$cell]];
+            } else {
+                $row[] = $cell;
+            }
         } elseif (preg_match(ROW_START, $line) === 1) {
             $row = [];
         } elseif (strcasecmp($line, '</tr>') === 0) {
@@ -109,22 +117,13 @@ function fragment_items(iterable $lines, ?callable $include = null): Generator
             $row = null;
         } elseif (preg_match(TABLE_START, $line) === 1) {
             yield ['table', null];
-        } elseif (preg_match(TABLE_END, $line) === 1) {
-            continue;
         } elseif (preg_match(BOLD_TITLE, $line, $m) === 1
             || preg_match(SUMMARY_TITLE, $line, $m) === 1) {
             yield ['caption', trim($m[1], ' ')];
-        } elseif (preg_match(TOP_TITLE_START, $line) === 1) {
-            $top_title = true;
-        } elseif (($cell = parse_cell($line, $row === [])) !== null) {
-            if ($row === null) {
-                yield ['row', [$cell]];
-            } else {
-                $row[] = $cell;
-            }
-        } else {
+        } elseif (preg_match(TOP_TITLE_START, $line) !== 1 && preg_match(TABLE_END, $line) !== 1) {
             yield ['text', $line];
         }
+        $top_title = preg_match(TOP_TITLE_START, $line) === 1;
     }
     if ($row) {
         yield ['row', $row];

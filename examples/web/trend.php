@@ -14,6 +14,9 @@ const INFECTED_SERIES = ['quarantined' => 'Quarantined', 'deleted' => 'Deleted',
 const CLEAN_SERIES = ['clean' => 'Clean', 'cured' => 'Cured'];
 const DEFAULT_TREND_DAYS = 30;
 const MAX_TREND_DAYS = 366;
+// The plot's place in the chart's 400-unit-wide view box.
+const PLOT_LEFT = 40.0;
+const PLOT_WIDTH = 354.0;
 
 function int32(int $n): int
 {
@@ -123,6 +126,15 @@ function svg_text(float $x, float $y, string $text, string $class = ''): string
     return sprintf('<text x="%.1f" y="%.1f"%s>%s</text>', $x, $y, $class, text($text));
 }
 
+// One bar, or the band of a day without a summary, with its tooltip.
+function svg_bar(string $class, string $day, float $x, float $y, float $width,
+    float $height, string $tooltip): string
+{
+    return sprintf('<rect class="%s" data-day="%s" x="%.2f" y="%.2f" width="%.2f" height="%.2f">'
+        . '<title>%s: %s</title></rect>', $class, $day, $x, $y, $width, $height,
+        display_day($day), text($tooltip));
+}
+
 function display_day(string $day): string
 {
     return substr($day, 6, 2) . '-' . substr($day, 4, 2) . '-' . substr($day, 0, 4);
@@ -132,18 +144,19 @@ function display_day(string $day): string
 function svg_panel(array $counts, array $series, string $title, float $top,
     float $height, bool $totals): string
 {
-    [$left, $width] = [40.0, 354.0];
+    [$left, $width] = [PLOT_LEFT, PLOT_WIDTH];
     $column = $width / max(1, count($counts));
-    $sums = array_map(fn (?array $c): int => $c === null ? 0
-        : array_sum(array_map(fn (string $k): int => max(0, $c[$k]), array_keys($series))), $counts);
+    $stack = fn (?array $c): int => $c === null ? 0
+        : array_sum(array_map(fn (string $k): int => max(0, $c[$k]), array_keys($series)));
+    $sums = array_map($stack, $counts);
     [$axis_top, $step] = axis_scale(max([0, ...array_values($sums)]));
     $scale = $height / $axis_top;
     $base = $top + $height;
     $svg = svg_text($left, $top - 6, $title, 'panel-title');
     for ($tick = 0; $tick <= $axis_top; $tick += $step) {
         $y = $base - $tick * $scale;
-        $svg .= sprintf('<line class="grid" x1="%.1f" x2="%.1f" y1="%.1f" y2="%.1f"/>', $left, $left + $width, $y, $y)
-            . svg_text($left - 4, $y + 3.5, (string) $tick, 'tick');
+        $svg .= sprintf('<line class="grid" x1="%.1f" x2="%.1f" y1="%.1f" y2="%.1f"/>',
+            $left, $left + $width, $y, $y) . svg_text($left - 4, $y + 3.5, (string) $tick, 'tick');
     }
     $x = $left;
     foreach ($counts as $day => $day_counts) {
@@ -152,20 +165,20 @@ function svg_panel(array $counts, array $series, string $title, float $top,
         $bar_width = $column * 0.7;
         $y = $base;
         if ($day_counts === null) {
-            $svg .= sprintf('<rect class="gap" data-day="%s" x="%.2f" y="%.2f" width="%.2f" height="%.2f"><title>%s: no summary</title></rect>',
-                $day, $bar_x, $top, $bar_width, $height, display_day($day));
+            $svg .= svg_bar('gap', $day, $bar_x, $top, $bar_width, $height, 'no summary');
         }
         foreach ($day_counts === null ? [] : $series as $key => $label) {
             $bar = max(0, $day_counts[$key]) * $scale;
             $y -= $bar;
-            $svg .= sprintf('<rect class="s-%s" data-day="%s" x="%.2f" y="%.2f" width="%.2f" height="%.2f"><title>%s: %s %d</title></rect>',
-                $key, $day, $bar_x, $y, $bar_width, $bar, display_day($day), text($label), $day_counts[$key]);
+            $svg .= svg_bar("s-$key", $day, $bar_x, $y, $bar_width, $bar, "$label {$day_counts[$key]}");
         }
+        // The total over the bar, turned upright when the column is narrow.
         if ($totals && $day_counts !== null && $column >= 6) {
             $total = (string) $sums[$day];
             $svg .= $column >= 5.5 * strlen($total) + 2
                 ? svg_text($x + $column / 2, $y - 2, $total, 'total')
-                : sprintf('<text class="total vertical" transform="translate(%.1f %.1f) rotate(-90)">%s</text>', $x + $column / 2 + 3, $y - 2, $total);
+                : sprintf('<text class="total vertical" transform="translate(%.1f %.1f) rotate(-90)">%s</text>',
+                    $x + $column / 2 + 3, $y - 2, $total);
         }
         $x += $column;
     }
@@ -175,11 +188,11 @@ function svg_panel(array $counts, array $series, string $title, float $top,
 // The x axis: a date under every few columns, as many as fit.
 function svg_days(array $days, float $y): string
 {
-    $every = (int) ceil(count($days) * 34 / 354);
+    $every = (int) ceil(count($days) * 34 / PLOT_WIDTH);
     $svg = '';
     foreach (array_values($days) as $i => $day) {
         if ($i % $every === 0) {
-            $x = 40 + (354 / count($days)) * ($i + 0.5);
+            $x = PLOT_LEFT + (PLOT_WIDTH / count($days)) * ($i + 0.5);
             $svg .= svg_text($x, $y, substr($day, 6, 2) . '-' . substr($day, 4, 2), 'day');
         }
     }
