@@ -80,7 +80,7 @@ Tree read_tree(const fs::path& top, const std::string& root, bool live) {
     } else {
       replace_all(node.data, "@ROOT@", root);
     }
-    tree[fs::relative(entry.path(), top).string()] = node;
+    tree[entry.path().lexically_relative(top).string()] = node;
   }
   return tree;
 }
