@@ -54,17 +54,6 @@ DateStamp stamp_of(chr::sys_days day) {
          int(unsigned(d.day()));
 }
 
-TEST_P(InZone, TodayIsTheLocalDate) {
-  const time_t before = time(nullptr);
-  const DateStamp today = today_stamp();
-  const time_t after = time(nullptr);
-  auto local = [](time_t t) {
-    return stamp_of(chr::floor<chr::days>(
-        chr::sys_seconds(chr::seconds(t + utc_offset(t)))));
-  };
-  EXPECT_TRUE(today == local(before) || today == local(after)) << today;
-}
-
 // A range report walks from stamp_to_time(first) in steps of a day: every
 // step must land on the next calendar day, across both changes of
 // daylight saving, and day_count must count the steps.
@@ -105,27 +94,16 @@ INSTANTIATE_TEST_SUITE_P(, InZone, testing::ValuesIn(kZones),
 // The log's date field: three runs of digits joined by single hyphens,
 // ten characters in all, a valid date from 1901 on.
 TEST(LogDateToStamp, ThreeRunsInTenCharacters) {
-  const std::pair<const char*, DateStamp> cases[] = {{"31-01-2024", 20240131},
-                                                     {"29-02-2024", 20240229},
-                                                     {"1-12-02024", 20241201},
-                                                     {"001-1-2024", 20240101},
-                                                     {"1-1-214748", 2147480101},
-                                                     {"29-02-2023", 0},
-                                                     {"31-04-2024", 0},
-                                                     {"31-12-1900", 0},
-                                                     {"2024-01-31", 0},
-                                                     {"31/01/2024", 0},
-                                                     {"1-1-2024", 0},
-                                                     {"31-01-2024 ", 0},
-                                                     {"31--1-2024", 0},
-                                                     {"-1-01-2024", 0},
-                                                     {"1-2-3-2024", 0},
-                                                     {"1-1-214749", 0},
-                                                     {"00-01-2024", 0},
-                                                     {"01-13-2024", 0},
-                                                     {"", 0}};
-  for (const auto& [text, want] : cases) {
-    EXPECT_EQ(log_date_to_stamp(text), want) << '"' << text << '"';
+  EXPECT_EQ(log_date_to_stamp("31-01-2024"), 20240131);
+  EXPECT_EQ(log_date_to_stamp("29-02-2024"), 20240229);
+  EXPECT_EQ(log_date_to_stamp("1-12-02024"), 20241201);
+  EXPECT_EQ(log_date_to_stamp("001-1-2024"), 20240101);
+  EXPECT_EQ(log_date_to_stamp("1-1-214748"), 2147480101);
+  for (const char* text :
+       {"29-02-2023", "31-04-2024", "31-12-1900", "2024-01-31", "31/01/2024",
+        "1-1-2024", "31-01-2024 ", "31--1-2024", "-1-01-2024", "1-2-3-2024",
+        "1-1-214749", "00-01-2024", "01-13-2024", ""}) {
+    EXPECT_EQ(log_date_to_stamp(text), 0) << '"' << text << '"';
   }
   EXPECT_EQ(log_date_to_stamp(nullptr), 0);
 }
