@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -84,14 +85,13 @@ std::string line_of(const std::string& text, size_t n) {
 }
 
 std::string describe(const Node& n) {
-  if (n.type == 'l') return "a link to " + n.data;
+  const std::map<char, std::string> kinds = {
+      {'-', "nothing"},      {'d', "a directory"},
+      {'f', "a file"},       {'l', "a link to " + n.data},
+      {'p', "a named pipe"}, {'?', "another kind"}};
   std::ostringstream text;
-  text << (n.type == '-'   ? "nothing"
-           : n.type == 'd' ? "a directory"
-           : n.type == 'f' ? "a file"
-           : n.type == 'p' ? "a named pipe"
-                           : "something else");
-  if (n.mode >= 0) text << " of mode " << std::oct << n.mode;
+  text << kinds.at(n.type);
+  if (n.mode >= 0 && n.type != 'l') text << " of mode " << std::oct << n.mode;
   return text.str();
 }
 
@@ -211,32 +211,25 @@ void EndToEnd::set_up(const Words& d) {
   }
 }
 
-// Runs the program once with argv[0] "scanreport", in @SCRATCH@, with its
-// output appended to files in work_, and checks how it ended. An alarm set
-// before exec ends a run that takes too long. SCANREPORT_TEST_WRAPPER (say
-// "valgrind -q") runs it under a tool that finds it as "scanreport" on
-// PATH, so that the tool too passes that name on as argv[0].
+// Runs the program once in @SCRATCH@, from a copy named "scanreport" that
+// uid 65534 can reach and that is found on PATH, so argv[0] is that name
+// also under SCANREPORT_TEST_WRAPPER (a command such as "valgrind -q" to
+// run it under). Its output is appended to files in work_. An alarm set
+// before exec ends a run that takes too long.
 void EndToEnd::run(const Words& args) {
   const bool as_nobody = settings_["user"] == "nobody";
+  if (!fs::exists(work_ + "/scanreport")) {
+    fs::copy_file(SCANREPORT_TESTBIN, work_ + "/scanreport");
+  }
   const char* wrapper = getenv("SCANREPORT_TEST_WRAPPER");
-  std::string program = SCANREPORT_TESTBIN, shown = "scanreport";
-  Words texts;
-  for (std::istringstream words(wrapper ? wrapper : ""); words >> shown;) {
-    texts.push_back(shown);
-  }
-  texts.push_back(shown = "scanreport");
-  if (as_nobody || wrapper) {  // a copy that uid 65534 can reach
-    program = work_ + "/scanreport";
-    if (!fs::exists(program)) fs::copy_file(SCANREPORT_TESTBIN, program);
-  }
-  const std::string path = work_ + ":" + getenv("PATH");
-  std::vector<char*> argv;
+  std::istringstream words(std::string(wrapper ? wrapper : "") + " scanreport");
+  Words texts{std::istream_iterator<std::string>(words), {}};
+  std::string shown = "scanreport", path = work_ + ":" + getenv("PATH");
   for (const std::string& arg : args) texts.push_back(expand(arg));
   for (const std::string& arg : args) shown += " " + arg;
+  std::vector<char*> argv;
   for (std::string& text : texts) argv.push_back(text.data());
   argv.push_back(nullptr);
-  const std::string& tz = settings_["tz"];
-  const std::string& today = settings_["today"];
 
   // A failed step is reported through a pipe that a successful exec
   // closes, so a refused start is never taken for an exit status.
@@ -245,20 +238,16 @@ void EndToEnd::run(const Words& args) {
   const pid_t pid = fork();
   if (pid == 0) {
     const char* step = "become uid 65534";
-    const int out =
-        open((work_ + "/stdout").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    const int err =
-        open((work_ + "/stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (dup2(out, 1) == 1 && dup2(err, 2) == 2 &&
+    if (freopen((work_ + "/stdout").c_str(), "a", stdout) &&
+        freopen((work_ + "/stderr").c_str(), "a", stderr) &&
         chdir(scratch_.c_str()) == 0 &&
         (!as_nobody || (setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 &&
                         setuid(kNobody) == 0)) &&
-        (step = "exec") && setenv("TZ", tz.c_str(), 1) == 0 &&
-        setenv("SCANREPORT_TEST_TODAY", today.c_str(), 1) == 0 &&
+        (step = "exec") && setenv("TZ", settings_["tz"].c_str(), 1) == 0 &&
+        setenv("SCANREPORT_TEST_TODAY", settings_["today"].c_str(), 1) == 0 &&
         setenv("PATH", path.c_str(), 1) == 0) {
       alarm(kSecondsPerRun);
-      wrapper ? execvp(argv[0], argv.data())
-              : execv(program.c_str(), argv.data());
+      execvp(argv[0], argv.data());
     }
     dprintf(report[1], "%s: %s", step, strerror(errno));
     _exit(127);
@@ -270,10 +259,8 @@ void EndToEnd::run(const Words& args) {
   int status = 0;
   waitpid(pid, &status, 0);
   if (why[0] != '\0') {
-    ADD_FAILURE() << "cannot start " << program << ": " << why
-                  << (as_nobody
-                          ? " (TMPDIR must be a directory uid 65534 can enter)"
-                          : "");
+    ADD_FAILURE() << "cannot start " << work_ << "/scanreport: " << why
+                  << " (the copy lies in TMPDIR, which must allow it to run)";
   } else if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
     ADD_FAILURE() << shown << ": did not finish within " << kSecondsPerRun
                   << " s";
