@@ -1,8 +1,14 @@
 # What `cmake --install` puts on a server, and the Debian package made from
 # it with `cpack -G DEB`: the program in sbin (only root may run it), its
-# manual page, and the empty traffic/ and range/ directories under the
-# output root, so that a fresh install is ready for its first reports.
+# manual page, the empty traffic/ and range/ directories under the output
+# root, the nightly run (helper, systemd service and timer, settings in
+# /etc/default) and the console with its web-server configuration.
 
+# The package installs into /usr; so does a plain `cmake --install`, so
+# that the paths written into the units and snippets hold for both.
+if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
+  set(CMAKE_INSTALL_PREFIX /usr CACHE PATH "Install prefix" FORCE)
+endif()
 include(GNUInstallDirs)
 
 # Directories are created root-writable and world-readable: the web server
@@ -43,6 +49,48 @@ install(DIRECTORY ${SCANREPORT_SKELETON}/traffic ${SCANREPORT_SKELETON}/range
         DESTINATION ${SCANREPORT_ROOT_DIR}
         DIRECTORY_PERMISSIONS ${SCANREPORT_DIRECTORY_MODE})
 
+# The nightly run. Paths are fixed when the package is built, as the
+# output root is compiled into the program.
+set(SCANREPORT_SBIN_DIR ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR})
+set(SCANREPORT_WEB_DIR ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/scanreport/web)
+set(SCANREPORT_PACKAGING ${PROJECT_SOURCE_DIR}/packaging)
+set(SCANREPORT_CONFIGURED ${PROJECT_BINARY_DIR}/packaging)
+foreach(pair
+    "scanreport-daily.in:scanreport-daily"
+    "scanreport-daily.service.in:scanreport-daily.service"
+    "default.in:default/scanreport"
+    "apache2.conf.in:apache2/scanreport.conf"
+    "nginx.conf.in:nginx/scanreport.conf")
+  string(REPLACE ":" ";" pair "${pair}")
+  list(GET pair 0 source)
+  list(GET pair 1 target)
+  configure_file(${SCANREPORT_PACKAGING}/${source}
+                 ${SCANREPORT_CONFIGURED}/${target} @ONLY)
+endforeach()
+install(PROGRAMS ${SCANREPORT_CONFIGURED}/scanreport-daily
+        DESTINATION ${CMAKE_INSTALL_SBINDIR})
+install(FILES ${SCANREPORT_CONFIGURED}/scanreport-daily.service
+              ${SCANREPORT_PACKAGING}/scanreport-daily.timer
+        DESTINATION lib/systemd/system)
+install(FILES ${SCANREPORT_CONFIGURED}/default/scanreport
+        DESTINATION /etc/default)
+install(FILES ${SCANREPORT_CONFIGURED}/apache2/scanreport.conf
+        DESTINATION /etc/apache2/conf-available)
+install(FILES ${SCANREPORT_CONFIGURED}/nginx/scanreport.conf
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples RENAME nginx-scanreport.conf)
+
+# The console. Its parts are only read by index.php (see the web-server
+# snippet), so all are plain files.
+install(FILES
+  ${PROJECT_SOURCE_DIR}/examples/web/index.php
+  ${PROJECT_SOURCE_DIR}/examples/web/files.php
+  ${PROJECT_SOURCE_DIR}/examples/web/fragments.php
+  ${PROJECT_SOURCE_DIR}/examples/web/text.php
+  ${PROJECT_SOURCE_DIR}/examples/web/trend.php
+  ${PROJECT_SOURCE_DIR}/examples/web/select.js
+  ${PROJECT_SOURCE_DIR}/examples/web/style.css
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/scanreport/web)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME scanreport)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -52,13 +100,25 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
 set(CPACK_PACKAGE_DESCRIPTION
     "scanreport reads the scan log of the anti-virus engine and writes the
 daily and date-range report tables, summary pages and quarantine pages
-that the administrators' web console shows. Run it as root, once per
-report, for example from cron.")
+that the administrators' web console shows. A systemd timer runs it
+every night for the day before, once the scan log's path is set in
+/etc/default/scanreport. The package also holds that console, with
+a configuration for Apache.")
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # Depends is computed from the libraries the program really links.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS
+    "apache2 | nginx, libapache2-mod-php | php-fpm")
+# The settings and the web-server snippet are the administrator's to edit;
+# the timer is enabled the Debian way (see packaging/debian/postinst).
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${SCANREPORT_PACKAGING}/debian/conffiles
+    ${SCANREPORT_PACKAGING}/debian/postinst
+    ${SCANREPORT_PACKAGING}/debian/prerm
+    ${SCANREPORT_PACKAGING}/debian/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 include(CPack)

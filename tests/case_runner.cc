@@ -7,259 +7,182 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 using Words = std::vector<std::string>;
-
-constexpr int kNobody = 65534;
-constexpr int kSecondsPerRun = 20;
+constexpr int kNobody = 65534, kSecondsPerRun = 20;
 
 struct Node {
-  char type;         // 'd'irectory, 'f'ile, 'l'ink, 'p'ipe, '?' other
+  char type;         // 'd'irectory, 'f'ile, 'l'ink, 'p'ipe, '?' other, '-' none
   std::string data;  // a file's bytes or a link's target
-  int mode = -1;     // compared only when a case set it
-  bool operator==(const Node& o) const {
-    return type == o.type && data == o.data && mode == o.mode;
-  }
+  int mode = -1;     // compared only where a case set it
+  bool operator==(const Node&) const = default;
 };
 using Tree = std::map<std::string, Node>;  // relative path to what is there
 
 std::string read_file(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream bytes;
-  bytes << in.rdbuf();
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
   return bytes.str();
 }
 
-void replace_all(std::string& text, const std::string& from,
-                 const std::string& to) {
+std::string replace_all(std::string text, const std::string& from,
+                        const std::string& to) {
   for (size_t at = 0; (at = text.find(from, at)) != text.npos;
        at += to.size()) {
     text.replace(at, from.size(), to);
   }
+  return text;
 }
 
 // Reads a tree without following links or opening anything but regular
 // files, so a planted pipe is listed, never opened. A live tree records
 // modes; in a case's before/ and after/, `.keep` only marks its directory
-// and @ROOT@ stands for the output root.
+// and @ROOT@ stands for `root`.
 Tree read_tree(const fs::path& top, const std::string& root, bool live) {
   Tree tree;
   if (!fs::exists(fs::symlink_status(top))) return tree;
   for (const auto& entry : fs::recursive_directory_iterator(top)) {
-    const fs::file_status status = entry.symlink_status();
+    const fs::file_status s = entry.symlink_status();
     if (!live && entry.path().filename() == ".keep") continue;
-    Node node{'?', ""};
-    if (fs::is_symlink(status)) {
-      node = {'l', fs::read_symlink(entry.path()).string()};
-    } else if (fs::is_directory(status)) {
-      node = {'d', ""};
-    } else if (fs::is_regular_file(status)) {
-      node = {'f', read_file(entry.path())};
-    } else if (fs::is_fifo(status)) {
-      node = {'p', ""};
-    }
-    if (live) {
-      node.mode = static_cast<int>(status.permissions()) & 07777;
-    } else {
-      replace_all(node.data, "@ROOT@", root);
-    }
-    tree[fs::relative(entry.path(), top).string()] = node;
+    Node node = fs::is_symlink(s) ? Node{'l', fs::read_symlink(entry).string()}
+                : fs::is_directory(s)    ? Node{'d', ""}
+                : fs::is_regular_file(s) ? Node{'f', read_file(entry)}
+                : fs::is_fifo(s)         ? Node{'p', ""}
+                                         : Node{'?', ""};
+    if (live) node.mode = static_cast<int>(s.permissions()) & 07777;
+    if (!live) node.data = replace_all(node.data, "@ROOT@", root);
+    tree[entry.path().lexically_relative(top).string()] = node;
   }
   return tree;
 }
 
-std::string escaped(const std::string& text) {
-  std::string out;
-  for (unsigned char c : text.substr(0, 300)) {
-    if (c >= 0x20 && c < 0x7f) {
-      out += static_cast<char>(c);
-    } else {
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x", c);
-      out += code;
-    }
+// Line `n` (from 1) of `text`, with bytes outside printable ASCII as \xNN.
+std::string line_of(const std::string& text, size_t n) {
+  std::istringstream lines(text);
+  std::string line = "(end of file)", shown;
+  while (n-- > 0 && std::getline(lines, line)) {
   }
-  return text.size() > 300 ? out + "..." : out;
-}
-
-// The first line where `got` differs from `want`, both shown.
-std::string first_difference(const std::string& want, const std::string& got) {
-  const size_t at =
-      std::mismatch(want.begin(), want.end(), got.begin(), got.end()).first -
-      want.begin();
-  const size_t start = want.rfind('\n', at == 0 ? 0 : at - 1);
-  const size_t from = at == 0 || start == want.npos ? 0 : start + 1;
-  auto line = [from](const std::string& s) {
-    return from >= s.size()
-               ? std::string("(end of file)")
-               : escaped(s.substr(from, s.find('\n', from) - from));
-  };
-  return "line " +
-         std::to_string(1 +
-                        std::count(want.begin(), want.begin() + from, '\n')) +
-         "\n  expected: " + line(want) + "\n  actual:   " + line(got);
+  for (unsigned char c : line.substr(0, 300)) {
+    char code[8];
+    snprintf(code, sizeof code, c < 0x20 || c > 0x7e ? "\\x%02x" : "%c", c);
+    shown += code;
+  }
+  return n == size_t(-1) ? shown : "(end of file)";
 }
 
 std::string describe(const Node& n) {
-  char mode[24] = "";
-  if (n.mode >= 0) std::snprintf(mode, sizeof mode, " mode %o", n.mode);
-  switch (n.type) {
-    case 'd':
-      return std::string("a directory") + mode;
-    case 'f':
-      return std::string("a file") + mode;
-    case 'l':
-      return "a link to " + n.data;
-    case 'p':
-      return std::string("a named pipe") + mode;
-  }
-  return "something that is no file, directory, link or pipe";
+  const std::map<char, std::string> kinds = {
+      {'-', "nothing"},      {'d', "a directory"},
+      {'f', "a file"},       {'l', "a link to " + n.data},
+      {'p', "a named pipe"}, {'?', "another kind"}};
+  std::ostringstream text;
+  text << kinds.at(n.type);
+  if (n.mode >= 0 && n.type != 'l') text << " of mode " << std::oct << n.mode;
+  return text.str();
 }
 
+// Reports every path whose node differs; modes count only where `want`
+// has one. A differing file shows its first differing line.
 void expect_same_tree(const Tree& want, const Tree& got, const char* where) {
-  std::vector<std::string> paths;
-  for (const auto& [path, node] : want) paths.push_back(path);
-  for (const auto& [path, node] : got) paths.push_back(path);
-  std::sort(paths.begin(), paths.end());
-  paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-  for (const std::string& path : paths) {
-    auto w = want.find(path), g = got.find(path);
-    const std::string at = where + path;
-    if (w == want.end()) {
-      ADD_FAILURE() << at << ": unexpected " << describe(g->second);
+  std::map<std::string, std::pair<Node, Node>> both;
+  for (const auto& [path, node] : want) both[path] = {node, {'-', ""}};
+  for (const auto& [path, node] : got) {
+    both.try_emplace(path, Node{'-', ""}, node).first->second.second = node;
+  }
+  for (auto& [path, pair] : both) {
+    auto& [w, g] = pair;
+    if (w.mode < 0) g.mode = -1;
+    if (w == g) continue;
+    if (w.type != 'f' || g.type != 'f' || w.mode != g.mode) {
+      ADD_FAILURE() << where << path << ": expected " << describe(w)
+                    << ", found " << describe(g);
       continue;
     }
-    if (g == got.end()) {
-      ADD_FAILURE() << at << ": missing " << describe(w->second);
-      continue;
-    }
-    Node found = g->second;
-    if (w->second.mode < 0) found.mode = -1;
-    if (w->second == found) continue;
-    if (found.type == 'f' && w->second.type == 'f' &&
-        found.mode == w->second.mode) {
-      ADD_FAILURE() << at << " differs at "
-                    << first_difference(w->second.data, found.data);
-    } else {
-      ADD_FAILURE() << at << ": expected " << describe(w->second) << ", found "
-                    << describe(found);
-    }
+    const auto at = std::mismatch(w.data.begin(), w.data.end(), g.data.begin(),
+                                  g.data.end());
+    const size_t line = 1 + std::count(w.data.begin(), at.first, '\n');
+    ADD_FAILURE() << where << path << " differs at line " << line
+                  << "\n  expected: " << line_of(w.data, line)
+                  << "\n  actual:   " << line_of(g.data, line);
   }
 }
 
-struct Directives {
-  std::vector<Words> runs, setup;
-  int status = 0;
-  std::string tz = "UTC", today = "20250601";
-  bool as_nobody = false;
-};
-
-Directives read_directives(const fs::path& file) {
-  Directives d;
-  std::ifstream in(file);
-  for (std::string line; std::getline(in, line);) {
-    std::istringstream words(line);
-    std::string verb;
-    if (!(words >> verb) || verb[0] == '#') continue;
-    Words args;
-    if (verb == "write") {  // the text is the rest of the line
-      std::string path, text;
-      words >> path;
-      std::getline(words >> std::ws, text);
-      args = {path, text};
-    }
-    for (std::string word; words >> word;) args.push_back(word);
-    if (verb == "run") {
-      d.runs.push_back(args);
-    } else if (verb == "status") {
-      d.status = std::stoi(args.at(0));
-    } else if (verb == "tz") {
-      d.tz = args.at(0);
-    } else if (verb == "today") {
-      d.today = args.at(0);
-    } else if (verb == "user" && args == Words{"nobody"}) {
-      d.as_nobody = true;
-    } else {
-      args.insert(args.begin(), verb);
-      d.setup.push_back(args);
-    }
-  }
-  return d;
-}
-
-// A fresh directory that uid 65534 can enter, in the system's temporary
-// directory, since the checkout may lie under a mode-0700 home.
+// A fresh directory that uid 65534 can enter, in the temporary directory,
+// since the checkout may lie under a mode-0700 home.
 std::string make_temp_dir(const char* prefix) {
-  std::string name =
-      (fs::temp_directory_path() / (std::string(prefix) + "-XXXXXX")).string();
-  if (mkdtemp(name.data()) == nullptr) return "";
+  std::string name = fs::temp_directory_path() / prefix;
+  if (mkdtemp(name.append("-XXXXXX").data()) == nullptr) return "";
   chmod(name.c_str(), 0755);
   return name;
 }
 
 class EndToEnd : public testing::TestWithParam<std::string> {
  protected:
-  void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "the program serves root only";
-    dir_ = fs::path(CASES_DIR) / GetParam();
-    scratch_ = make_temp_dir("scanreport-scratch");
-    work_ = make_temp_dir("scanreport-run");
-    ASSERT_FALSE(scratch_.empty() || work_.empty()) << std::strerror(errno);
-    fs::remove_all(root_);
-    fs::create_directories(root_);
-  }
-
+  void SetUp() override;
   void TearDown() override {
     for (int fd : held_) close(fd);
     if (!scratch_.empty()) fs::remove_all(scratch_);
     if (!work_.empty()) fs::remove_all(work_);
   }
-
-  std::string expand(std::string text) const {
-    replace_all(text, "@CASE@", dir_.string());
-    replace_all(text, "@SCRATCH@", scratch_);
-    replace_all(text, "@ROOT@", root_);
-    return text;
+  std::string expand(const std::string& text) const {
+    return replace_all(
+        replace_all(replace_all(text, "@CASE@", dir_), "@SCRATCH@", scratch_),
+        "@ROOT@", root_);
   }
-
-  fs::path place(const std::string& path) const {
-    const bool outside =
-        path.rfind("@SCRATCH@", 0) == 0 || path.rfind("@CASE@", 0) == 0;
-    return outside ? expand(path) : root_ + path;
-  }
-
-  void apply(const Words& d);
-  int run_program(const Words& args, const Directives& d);
+  void set_up(const Words& d);
+  void run(const Words& args);
 
   const std::string root_ = TEST_OUTPUT_ROOT;
-  fs::path dir_;
-  std::string scratch_, work_;
+  std::string dir_, scratch_, work_;
+  std::vector<Words> lines_;  // the directives
+  std::map<std::string, std::string> settings_ = {
+      {"status", "0"}, {"tz", "UTC"}, {"today", "20250601"}, {"user", ""}};
   std::vector<int> held_;             // read ends of held pipes
   std::map<std::string, int> modes_;  // set under the root by `mode`
 };
 
-void EndToEnd::apply(const Words& d) {
+void EndToEnd::SetUp() {
+  if (geteuid() != 0) GTEST_SKIP() << "the program serves root only";
+  dir_ = std::string(CASES_DIR) + "/" + GetParam();
+  scratch_ = make_temp_dir("scanreport-scratch");
+  work_ = make_temp_dir("scanreport-run");
+  ASSERT_FALSE(scratch_.empty() || work_.empty()) << strerror(errno);
+  fs::remove_all(root_);
+  fs::create_directories(root_);
+  std::ifstream in(dir_ + "/case");
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream words(line);
+    Words d;
+    for (std::string word; words >> word;) d.push_back(word);
+    if (d.empty() || d[0][0] == '#') continue;
+    if (d[0] == "write" && d.size() > 2) {  // the text is the rest
+      d.resize(3);
+      d[2] = line.substr(line.find(d[2], line.find(d[1]) + d[1].size()));
+    }
+    if (settings_.count(d[0]) && d.size() > 1) settings_[d[0]] = d[1];
+    lines_.push_back(d);
+  }
+}
+
+void EndToEnd::set_up(const Words& d) {
   auto arg = [&d](size_t i) { return i < d.size() ? d[i] : std::string(); };
   const std::string& verb = d[0];
-  const std::string target = verb == "mode" || verb == "copy" ? arg(2) : arg(1);
-  const fs::path path = place(target);
+  const std::string at = verb == "mode" || verb == "copy" ? arg(2) : arg(1);
+  const fs::path path = at[0] == '@' ? expand(at) : root_ + at;
   if (verb != "mode") fs::create_directories(path.parent_path());
   if (verb == "dir") {
     fs::create_directories(path);
@@ -267,136 +190,112 @@ void EndToEnd::apply(const Words& d) {
     fs::create_symlink(expand(arg(2)), path);
   } else if (verb == "fifo" || verb == "held-fifo") {
     ASSERT_EQ(mkfifo(path.c_str(), 0644), 0) << path;
-    if (verb == "held-fifo") {
-      held_.push_back(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    }
+    if (verb == "held-fifo")
+      held_.push_back(open(path.c_str(), O_RDONLY | O_NONBLOCK));
   } else if (verb == "mode") {
-    const int mode = std::stoi(arg(1), nullptr, 8);
-    ASSERT_EQ(chmod(path.c_str(), mode), 0) << path;
-    if (target[0] != '@') modes_[target] = mode;
+    ASSERT_EQ(chmod(path.c_str(), std::stoi(arg(1), nullptr, 8)), 0) << path;
+    if (at[0] != '@') modes_[at] = std::stoi(arg(1), nullptr, 8);
   } else if (verb == "write") {
-    std::string text = arg(2);
-    replace_all(text, "\\n", "\n");
-    std::ofstream(path, std::ios::binary) << expand(text) << '\n';
+    std::ofstream(path) << expand(replace_all(arg(2), "\\n", "\n")) << '\n';
   } else if (verb == "long-line") {
-    std::ofstream out(path, std::ios::binary | std::ios::app);
+    std::ofstream out(path, std::ios::app);
     const std::string chunk(1 << 20, 'x');
     for (long left = std::stol(arg(2)); left > 0; left -= chunk.size()) {
       out.write(chunk.data(), std::min<long>(left, chunk.size()));
     }
     out << '\n';
   } else if (verb == "copy") {
-    fs::copy_file(dir_ / arg(1), path);
+    fs::copy_file(dir_ + "/" + arg(1), path);
   } else {
     ADD_FAILURE() << "unknown directive: " << verb;
   }
 }
 
-// Runs the program once with argv[0] "scanreport"; returns its exit status,
-// or -1 after a failure it has reported.
-int EndToEnd::run_program(const Words& args, const Directives& d) {
-  std::string program = SCANREPORT_TESTBIN, shown = "scanreport";
-  if (d.as_nobody) {
-    program = work_ + "/scanreport";
-    if (!fs::exists(program)) fs::copy_file(SCANREPORT_TESTBIN, program);
+// Runs the program once in @SCRATCH@, from a copy named "scanreport" that
+// uid 65534 can reach and that is found on PATH, so argv[0] is that name
+// also under SCANREPORT_TEST_WRAPPER (a command such as "valgrind -q" to
+// run it under). Its output is appended to files in work_. An alarm set
+// before exec ends a run that takes too long.
+void EndToEnd::run(const Words& args) {
+  const bool as_nobody = settings_["user"] == "nobody";
+  if (!fs::exists(work_ + "/scanreport")) {
+    fs::copy_file(SCANREPORT_TESTBIN, work_ + "/scanreport");
   }
-  Words texts = {"scanreport"};
+  const char* wrapper = getenv("SCANREPORT_TEST_WRAPPER");
+  std::istringstream words(std::string(wrapper ? wrapper : "") + " scanreport");
+  Words texts{std::istream_iterator<std::string>(words), {}};
+  std::string shown = "scanreport", path = work_ + ":" + getenv("PATH");
   for (const std::string& arg : args) texts.push_back(expand(arg));
+  for (const std::string& arg : args) shown += " " + arg;
   std::vector<char*> argv;
   for (std::string& text : texts) argv.push_back(text.data());
-  for (size_t i = 1; i < texts.size(); ++i) shown += " " + texts[i];
   argv.push_back(nullptr);
-  const std::string out = work_ + "/stdout", err = work_ + "/stderr";
 
-  // The child reports a failed step through a pipe that a successful exec
-  // closes, so that a refused start is never mistaken for an exit status.
+  // A failed step is reported through a pipe that a successful exec
+  // closes, so a refused start is never taken for an exit status.
   int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return -1;
+  ASSERT_EQ(pipe2(report, O_CLOEXEC), 0);
   const pid_t pid = fork();
   if (pid == 0) {
-    const char* step = "open standard output and error";
-    const int out_fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    const int err_fd = open(err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (out_fd >= 0 && err_fd >= 0 && dup2(out_fd, 1) >= 0 &&
-        dup2(err_fd, 2) >= 0 && (step = "enter @SCRATCH@") &&
-        chdir(scratch_.c_str()) == 0 && (step = "become uid 65534") &&
-        (!d.as_nobody || (setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 &&
-                          setuid(kNobody) == 0)) &&
-        (step = "exec") && setenv("TZ", d.tz.c_str(), 1) == 0 &&
-        setenv("SCANREPORT_TEST_TODAY", d.today.c_str(), 1) == 0) {
-      execv(program.c_str(), argv.data());
+    const char* step = "become uid 65534";
+    if (freopen((work_ + "/stdout").c_str(), "a", stdout) &&
+        freopen((work_ + "/stderr").c_str(), "a", stderr) &&
+        chdir(scratch_.c_str()) == 0 &&
+        (!as_nobody || (setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 &&
+                        setuid(kNobody) == 0)) &&
+        (step = "exec") && setenv("TZ", settings_["tz"].c_str(), 1) == 0 &&
+        setenv("SCANREPORT_TEST_TODAY", settings_["today"].c_str(), 1) == 0 &&
+        setenv("PATH", path.c_str(), 1) == 0) {
+      alarm(kSecondsPerRun);
+      execvp(argv[0], argv.data());
     }
-    dprintf(report[1], "%s: %s", step, std::strerror(errno));
+    dprintf(report[1], "%s: %s", step, strerror(errno));
     _exit(127);
   }
   close(report[1]);
-  std::string why;
-  char buf[256];
-  for (ssize_t n; (n = read(report[0], buf, sizeof buf)) > 0;)
-    why.append(buf, n);
+  char why[256] = "";
+  why[std::max<ssize_t>(0, read(report[0], why, sizeof why - 1))] = '\0';
   close(report[0]);
-
   int status = 0;
-  bool ended = false;
-  for (int tick = 0; tick < kSecondsPerRun * 500 && !ended; ++tick) {
-    ended = waitpid(pid, &status, WNOHANG) == pid;
-    if (!ended) usleep(2000);
-  }
-  if (!ended) {
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
+  waitpid(pid, &status, 0);
+  if (why[0] != '\0') {
+    ADD_FAILURE() << "cannot start " << work_ << "/scanreport: " << why
+                  << " (the copy lies in TMPDIR, which must allow it to run)";
+  } else if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM) {
     ADD_FAILURE() << shown << ": did not finish within " << kSecondsPerRun
                   << " s";
-    return -1;
-  }
-  if (!why.empty()) {
-    ADD_FAILURE() << "cannot start " << program
-                  << (d.as_nobody ? " as uid 65534" : "") << ": " << why
-                  << (d.as_nobody ? " (TMPDIR must be a directory it can enter)"
-                                  : "");
-    return -1;
-  }
-  if (!WIFEXITED(status)) {
+  } else if (!WIFEXITED(status)) {
     ADD_FAILURE() << shown << ": killed by signal " << WTERMSIG(status);
-    return -1;
+  } else {
+    EXPECT_EQ(WEXITSTATUS(status), std::stoi(settings_["status"])) << shown;
   }
-  return WEXITSTATUS(status);
 }
 
 TEST_P(EndToEnd, Case) {
-  const Directives d = read_directives(dir_ / "case");
-  ASSERT_TRUE(fs::exists("/usr/share/zoneinfo/" + d.tz))
-      << "time zone " << d.tz << " is not installed";
-  ASSERT_TRUE(fs::is_directory(dir_ / "after")) << "every case has after/";
-  for (const auto& [path, node] : read_tree(dir_ / "before", root_, false)) {
+  ASSERT_TRUE(fs::exists("/usr/share/zoneinfo/" + settings_["tz"]))
+      << "time zone " << settings_["tz"] << " is not installed";
+  ASSERT_TRUE(fs::is_directory(dir_ + "/after")) << "every case has after/";
+  for (const auto& [path, node] : read_tree(dir_ + "/before", root_, false)) {
     const fs::path at = root_ + path;
     fs::create_directories(at.parent_path());
-    if (node.type == 'd') {
-      fs::create_directories(at);
-    } else if (node.type == 'l') {
-      fs::create_symlink(node.data, at);
-    } else {
-      std::ofstream(at, std::ios::binary) << node.data;
-    }
+    if (node.type == 'd') fs::create_directories(at);
+    if (node.type == 'l') fs::create_symlink(node.data, at);
+    if (node.type == 'f') std::ofstream(at) << node.data;
   }
   const Tree copied = read_tree(root_, root_, true);
-  for (const Words& directive : d.setup) apply(directive);
-  const Tree set_up = read_tree(root_, root_, true);
+  for (const Words& d : lines_) {
+    if (d[0] != "run" && !settings_.count(d[0])) set_up(d);
+  }
+  const Tree made = read_tree(root_, root_, true);
   const Tree scratch = read_tree(scratch_, root_, true);
-
-  for (const Words& args : d.runs) {
-    const int status = run_program(args, d);
-    std::string shown = "scanreport";
-    for (const std::string& arg : args) shown += " " + arg;
-    if (status >= 0) {
-      EXPECT_EQ(status, d.status) << shown;
-    }
+  for (const Words& d : lines_) {
+    if (d[0] == "run") run(Words(d.begin() + 1, d.end()));
   }
 
-  // What setup made under the root stands unchanged unless after/ says
-  // otherwise.
-  Tree want = read_tree(dir_ / "after", root_, false);
-  for (const auto& [path, node] : set_up) {
+  // What setup made or changed under the root stands unchanged, unless
+  // after/ says otherwise.
+  Tree want = read_tree(dir_ + "/after", root_, false);
+  for (const auto& [path, node] : made) {
     auto was = copied.find(path);
     if (!want.count(path) && (was == copied.end() || !(was->second == node))) {
       want[path] = {node.type, node.data};
@@ -407,16 +306,12 @@ TEST_P(EndToEnd, Case) {
   }
   expect_same_tree(want, read_tree(root_, root_, true), "@ROOT@");
   expect_same_tree(scratch, read_tree(scratch_, root_, true), "@SCRATCH@/");
-
-  std::string error =
-      fs::exists(dir_ / "stderr") ? read_file(dir_ / "stderr") : "";
-  replace_all(error, "@ROOT@", root_);
-  const std::string got = read_file(work_ + "/stderr");
-  if (got != error) {
-    ADD_FAILURE() << "standard error differs at "
-                  << first_difference(error, got);
-  }
-  EXPECT_EQ(read_file(work_ + "/stdout"), "") << "standard output";
+  const std::string error =
+      replace_all(read_file(dir_ + "/stderr"), "@ROOT@", root_);
+  expect_same_tree({{"error", {'f', error}}, {"output", {'f', ""}}},
+                   {{"error", {'f', read_file(work_ + "/stderr")}},
+                    {"output", {'f', read_file(work_ + "/stdout")}}},
+                   "standard ");
 }
 
 std::vector<std::string> case_names() {

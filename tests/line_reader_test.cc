@@ -1,218 +1,147 @@
-// LineReader must be indistinguishable from std::istream::getline into a
-// LOG_LINE_SIZE buffer: the hand-written cases pin the rules, the randomized
-// comparison runs the real getline next to it on the same bytes.
+// Every read of the log must be indistinguishable from std::istream::getline
+// into a LOG_LINE_SIZE buffer, and the pass over the lines before a period
+// from a plain getline loop. Both are compared with the standard library on
+// random logs, through every read path and many block sizes.
 #include "log/line_reader.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "test_support.h"
+#include "log/period_start.h"
 
 namespace {
 
-using testing_support::temp_file;
-using testing_support::write_file;
+// The ways a reader can be opened on a file, with a block size (0: the
+// default). A new read path (a memory map for regular files, say) adds its
+// row here and is held to the same comparisons.
+struct ReadPath {
+  const char* name;
+  std::function<bool(LineReader&, const std::string&, size_t)> open;
+};
+const ReadPath kReadPaths[] = {
+    {"read(2) blocks",
+     [](LineReader& reader, const std::string& path, size_t block) {
+       return reader.open(path.c_str(), block);
+     }}};
+const size_t kBlockSizes[] = {0, 1, 2, 7, 64, 2047, 2048, 2049, 4096};
 
-// A file for the whole test binary, rewritten by each case.
-const std::string& scratch_path() {
-  static const std::string path = temp_file("");
+// One file for the whole process, rewritten by each use, removed at exit.
+const std::string& scratch_file(const std::string& bytes) {
+  static const std::string path = [] {
+    char name[] = "/tmp/scanreport-lines-XXXXXX";
+    close(mkstemp(name));
+    return std::string(name);
+  }();
+  static const int removed = std::atexit([] { unlink(path.c_str()); });
+  (void)removed;
+  std::ofstream(path, std::ios::trunc) << bytes;
   return path;
 }
 
-struct Read {
-  std::string stored;  // the characters stored before the terminating NUL
-  bool ok, eof;
-};
-
-std::string line_of(size_t length, char fill = 'a') {
-  return std::string(length, fill);
-}
-
-TEST(LineReader, BehavesLikeGetline) {
-  using namespace std::string_literals;
-  const std::string full = line_of(2047), over = line_of(2048);
-  const struct {
-    std::string content;
-    std::vector<Read> reads;  // up to the first failure or eof
-  } cases[] = {
-      {"", {{"", false, true}}},
-      {"abc\n", {{"abc", true, false}, {"", false, true}}},
-      {"abc", {{"abc", true, true}}},
-      {"\n", {{"", true, false}, {"", false, true}}},
-      {"\n\nx", {{"", true, false}, {"", true, false}, {"x", true, true}}},
-      {full + "\nb\n",
-       {{full, true, false}, {"b", true, false}, {"", false, true}}},
-      {full, {{full, true, true}}},
-      {over + "\nb\n", {{full, false, false}}},
-      {over, {{full, false, false}}},
-      {"a\0b\nc"s, {{"a\0b"s, true, false}, {"c", true, true}}},
-      {"\0\n"s, {{"\0"s, true, false}, {"", false, true}}},
-      {"a\r\nb\r\n",
-       {{"a\r", true, false}, {"b\r", true, false}, {"", false, true}}},
-      {"a,,b\tc \n", {{"a,,b\tc ", true, false}, {"", false, true}}},
-  };
-  for (const auto& c : cases) {
-    write_file(scratch_path(), c.content);
-    LineReader reader;
-    ASSERT_TRUE(reader.open(scratch_path().c_str()));
-    size_t i = 0;
-    for (const Read& want : c.reads) {
-      char buf[LOG_LINE_SIZE];
-      std::memset(buf, 'z', sizeof buf);
-      EXPECT_EQ(reader.getline(buf), want.ok) << c.content << " read " << i;
-      EXPECT_EQ(std::string(buf, want.stored.size() + 1), want.stored + '\0')
-          << c.content << " read " << i;
-      EXPECT_EQ(reader.eof(), want.eof) << c.content << " read " << i;
-      EXPECT_EQ(reader.failed(), !want.ok) << c.content << " read " << i;
-      // Nothing is offered for skimming once the reader has stopped.
-      if (!want.ok || want.eof) {
-        EXPECT_TRUE(reader.buffered_lines().empty()) << c.content;
-      }
-      ++i;
-    }
-    const bool eof = reader.eof();
-    for (int later = 0; later < 3; ++later) {
-      char buf[LOG_LINE_SIZE];
-      std::memset(buf, 'z', sizeof buf);
-      EXPECT_FALSE(reader.getline(buf)) << c.content;
-      EXPECT_EQ(buf[0], '\0') << c.content;
-      EXPECT_TRUE(reader.failed());
-      EXPECT_EQ(reader.eof(), eof) << c.content;
-    }
+// Lines of the usual shape mixed with odd ones: blanks, tabs, CRs and NULs
+// around them, separators missing or tripled, dates cut short or invalid
+// (days past 31), bare dates, lines around the buffer's limit, and a last
+// line with or without its line feed.
+std::string random_log(std::mt19937& random) {
+  const std::string bits[] = {" ", "\t", ",", ",,", ",,,",     "\r", "x",
+                              "-", "1",  "",  "J",  {"\0", 1}, "\n"};
+  auto noise = [&] { return bits[random() % 13] + bits[random() % 13]; };
+  std::string log;
+  for (int day = 1, i = random() % 200; i > 0; --i) {
+    day += random() % 20 == 0;
+    char date[16];
+    std::snprintf(date, sizeof date, "%02d-01-2024", day % 100);
+    const std::string shapes[] = {
+        noise() + "J1,," + date + noise(),
+        "J1,," + std::string(date, random() % 11),
+        std::string(2043 + random() % 8, 'a'), date,
+        "J1,," + std::string(date) + ",,t,,c" + noise()};
+    log += shapes[random() % 5];
+    if (i > 1 || random() % 2) log += '\n';
   }
+  return log;
 }
 
-TEST(LineReader, MissingFileDoesNotOpenAndNeverReads) {
+void expect_reads_like_getline(const ReadPath& read_path,
+                               const std::string& path, size_t block) {
   LineReader reader;
-  EXPECT_FALSE(reader.open("/nonexistent/scan.log"));
-  char buf[LOG_LINE_SIZE] = "stale";
-  EXPECT_FALSE(reader.getline(buf));
-  EXPECT_EQ(buf[0], '\0');
-}
-
-// Reads `path` with LineReader and with std::ifstream side by side and
-// compares every read: result, stored bytes, terminator, eof and fail. With
-// `skim`, lines are now and then taken from buffered_lines() and consumed
-// instead, which must leave the reader as getline would.
-void expect_same_as_getline(const std::string& path, size_t block_size,
-                            const std::string& what,
-                            std::mt19937* skim = nullptr) {
-  LineReader reader;
-  ASSERT_TRUE(reader.open(path.c_str(), block_size));
-  std::ifstream stream(path, std::ios::binary);
-  for (int read = 0, after_failure = 0; after_failure < 2; ++read) {
+  ASSERT_TRUE(read_path.open(reader, path, block));
+  std::ifstream stream(path);
+  for (int read = 0, failures = 0; failures < 2; ++read) {
     char mine[LOG_LINE_SIZE], theirs[LOG_LINE_SIZE];
     std::memset(mine, 'm', sizeof mine);
     std::memset(theirs, 't', sizeof theirs);
-    const std::string_view lines = reader.buffered_lines();
-    ASSERT_TRUE(lines.empty() ||
-                (lines.back() == '\n' && !reader.eof() && !reader.failed()))
-        << what;
-    if (skim != nullptr && (*skim)() % 2) {
-      size_t taken = 0;  // whole lines, checked one by one, then consumed
-      for (size_t end; (end = lines.find('\n', taken)) != lines.npos &&
-                       end - taken < LOG_LINE_SIZE && (*skim)() % 4;
-           taken = end + 1) {
-        stream.getline(theirs, LOG_LINE_SIZE);
-        ASSERT_TRUE(stream.good()) << what << " read " << read;
-        ASSERT_EQ(lines.substr(taken, end - taken),
-                  std::string_view(theirs, end - taken));
-      }
-      if (taken > 0) {
-        reader.consume(taken);
-        continue;
-      }
-    }
     const bool ok = reader.getline(mine);
     stream.getline(theirs, LOG_LINE_SIZE);
-    // gcount includes a consumed line feed, which a good stream had.
-    size_t stored = static_cast<size_t>(stream.gcount());
-    if (stream.good() && stored > 0) --stored;
-    ASSERT_EQ(ok, !stream.fail()) << what << " read " << read;
-    ASSERT_EQ(reader.eof(), stream.eof()) << what << " read " << read;
-    ASSERT_EQ(reader.failed(), stream.fail()) << what << " read " << read;
-    ASSERT_EQ(std::memcmp(mine, theirs, stored + 1), 0)
-        << what << " read " << read << " stored " << stored;
-    if (!ok) ++after_failure;
+    // gcount includes the line feed that a good stream consumed.
+    const size_t stored = stream.gcount() - (stream.good() ? 1 : 0);
+    SCOPED_TRACE(std::string(read_path.name) + ", block " +
+                 std::to_string(block) + ", read " + std::to_string(read));
+    ASSERT_EQ(ok, !stream.fail());
+    ASSERT_EQ(reader.eof(), stream.eof());
+    ASSERT_EQ(std::memcmp(mine, theirs, stored + 1), 0) << stored;
+    failures += !ok;
   }
 }
 
-// Lines clustered around the buffer limit, short ones, NUL bytes and
-// carriage returns, with and without a final line feed.
-std::string random_content(std::mt19937& random) {
-  const char alphabet[] = {'a', ',', ' ', '\r', '\0', '\xff', '\n'};
-  std::string content;
-  const int lines = static_cast<int>(random() % 7);
-  for (int i = 0; i < lines; ++i) {
-    size_t length;
-    switch (random() % 4) {
-      case 0:
-        length = random() % 4;
-        break;
-      case 1:
-        length = random() % 64;
-        break;
-      default:  // around the longest line that is read whole
-        length = 2044 + random() % 7;
-        break;
-    }
-    for (size_t j = 0; j < length; ++j) {
-      // A line feed only rarely, so that long lines stay long.
-      const size_t choices = random() % 50 ? 6 : 7;
-      content += alphabet[random() % choices];
-    }
-    if (i + 1 < lines || random() % 2) content += '\n';
-  }
-  return content;
-}
-
-TEST(LineReader, MatchesIfstreamGetlineOnRandomFiles) {
-  const size_t block_sizes[] = {1, 2, 3, 7, 64, 2047, 2048, 2049, 4096, 0};
+TEST(LineReader, ReadsLikeGetline) {
   std::mt19937 random(4242);
-  for (int file = 0; file < 300; ++file) {
-    write_file(scratch_path(), random_content(random));
-    for (size_t block_size : block_sizes) {
-      expect_same_as_getline(scratch_path(), block_size,
-                             "file " + std::to_string(file) + " block " +
-                                 std::to_string(block_size),
-                             file % 2 ? &random : nullptr);
-      if (HasFatalFailure()) return;
+  for (const ReadPath& read_path : kReadPaths) {
+    for (int file = 0; file < 200; ++file) {
+      const std::string& path = scratch_file(random_log(random));
+      for (size_t block : kBlockSizes) {
+        expect_reads_like_getline(read_path, path, block);
+        if (HasFatalFailure()) return;
+      }
     }
   }
 }
 
-TEST(LineReader, MatchesIfstreamGetlineBeyondOneDefaultBlock) {
-  std::mt19937 random(77);
-  std::string content;
-  while (content.size() < (1u << 20) + 300000) {
-    content += line_of(random() % 2048, static_cast<char>('a' + random() % 26));
-    content += '\n';
+// The date the scan stops at, the line left in the buffer, the reader's
+// state, then every line read after it.
+using Outcome = std::vector<std::string>;
+
+Outcome plain_scan(const std::string& path, DateStamp first) {
+  std::ifstream in(path);
+  char line[LOG_LINE_SIZE] = "";
+  DateStamp found = 0;
+  while (in.getline(line, LOG_LINE_SIZE) && (found = line_date(line)) < first) {
   }
-  // One full-length line straddling the first block boundary.
-  content.replace((1u << 20) - 1000, 2049, "\n" + line_of(2047, '#') + "\n");
-  write_file(scratch_path(), content);
-  expect_same_as_getline(scratch_path(), 0, "big file", &random);
-  content.pop_back();  // and again without the final line feed
-  write_file(scratch_path(), content);
-  expect_same_as_getline(scratch_path(), 0, "big file without final LF");
+  Outcome seen = {std::to_string(found), line,
+                  std::to_string(in.eof() * 2 + in.fail())};
+  while (in.getline(line, LOG_LINE_SIZE)) seen.push_back(line);
+  return seen;
 }
 
-// Leaves no scratch directory behind in the temporary directory.
-class RemoveScratch : public ::testing::Environment {
- public:
-  void TearDown() override {
-    std::filesystem::remove_all(
-        std::filesystem::path(scratch_path()).parent_path());
+Outcome fast_scan(const ReadPath& read_path, const std::string& path,
+                  DateStamp first, size_t block) {
+  LineReader reader;
+  EXPECT_TRUE(read_path.open(reader, path, block));
+  char line[LOG_LINE_SIZE] = "";
+  const DateStamp found = find_period_start(reader, first, line);
+  Outcome seen = {std::to_string(found), line,
+                  std::to_string(reader.eof() * 2 + reader.failed())};
+  while (reader.getline(line)) seen.push_back(line);
+  return seen;
+}
+
+TEST(ScanToDate, StopsWhereThePlainLoopStops) {
+  std::mt19937 random(20240101);
+  for (const ReadPath& read_path : kReadPaths) {
+    for (int i = 0; i < 500; ++i) {
+      const std::string& path = scratch_file(random_log(random));
+      const DateStamp first = 20240101 + random() % 20;
+      const size_t block = kBlockSizes[random() % std::size(kBlockSizes)];
+      ASSERT_EQ(fast_scan(read_path, path, first, block),
+                plain_scan(path, first))
+          << read_path.name << ", log " << i << ", block " << block;
+    }
   }
-};
-const auto* const kRemoveScratch =
-    ::testing::AddGlobalTestEnvironment(new RemoveScratch);
+}
 
 }  // namespace

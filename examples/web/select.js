@@ -5,21 +5,14 @@
 'use strict';
 
 document.addEventListener('DOMContentLoaded', function() {
-  var heads = document.querySelectorAll('input[type="checkbox"][id="selall"]');
-  heads.forEach(function(head) {
-    var table = head.closest('table');
-    if (!table) {
-      return;
-    }
-    head.addEventListener('change', function() {
-      var rows =
-          table.querySelectorAll('input[type="checkbox"][id^="chk_sel_"]');
-      rows.forEach(function(box) {
-        // A table nested in a cell (markup from a name) keeps its own boxes.
-        if (box.closest('table') === table) {
-          box.checked = head.checked;
-        }
+  document.querySelectorAll('table input[type="checkbox"][id="selall"]')
+      .forEach(function(head) {
+        var table = head.closest('table');
+        head.addEventListener('change', function() {
+          table.querySelectorAll('input[type="checkbox"][id^="chk_sel_"]')
+              .forEach(function(box) {
+                box.checked = head.checked;
+              });
+        });
       });
-    });
-  });
 });

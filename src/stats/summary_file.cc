@@ -94,7 +94,7 @@ int32_t atoi_value(std::string_view text) {
 
 // The table a section header selects, tested letter by letter; a header
 // that matches nothing keeps the current table.
-CountTable* table_for_header(const std::string& line, CountTable* current,
+CountTable* table_for_header(std::string_view line, CountTable* current,
                              const CountTables& tables) {
   // "[Top 10 Client]" and its kin differ first at their ninth character.
   char ninth = line.size() > 8 ? line[8] : '\0';
@@ -115,6 +115,24 @@ void add_entry_line(CountTable& table, std::string_view line) {
   add_count(table, name, atoi_value(value));
 }
 
+// Longer than any line the writer makes: a name is at most a log line of
+// 2047 bytes and a count at most eleven characters. A longer line did not
+// come from a run of this tool, and reading on would let a planted file of
+// one endless line (a sparse file, say) take all memory and time.
+constexpr std::streamsize kLongestSummaryLine = 4096;
+
+// Reads the next line into `buffer` (kLongestSummaryLine + 1 bytes) as
+// std::getline would, line feed consumed and not kept, and sets `line` to
+// it. False when nothing was read or the line is too long.
+bool read_summary_line(std::istream& in, char* buffer, std::string_view& line) {
+  in.getline(buffer, kLongestSummaryLine + 1);
+  if (in.fail()) return false;
+  std::streamsize length = in.gcount();
+  if (!in.eof()) --length;  // the line feed
+  line = std::string_view(buffer, static_cast<size_t>(length));
+  return true;
+}
+
 }  // namespace
 
 int merge_summary_text(CountTable& client_table, CountTable& virus_table,
@@ -122,10 +140,10 @@ int merge_summary_text(CountTable& client_table, CountTable& virus_table,
                        std::istream& in) {
   const CountTables tables{client_table, virus_table, file_table, tally};
   CountTable* current = nullptr;
-  std::string line;
+  char buffer[kLongestSummaryLine + 1];
   for (;;) {
-    std::getline(in, line);
-    if (in.fail()) return 0;  // nothing (more) was read
+    std::string_view line;
+    if (!read_summary_line(in, buffer, line)) return 0;
     if (!line.empty()) {
       if (line[0] == '[') {
         current = table_for_header(line, current, tables);

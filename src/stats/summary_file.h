@@ -21,7 +21,8 @@ int write_summary_text(const RankedList& client_list,
 // table its section header selects. Tolerates any bytes: malformed lines
 // become entries by the same rules, entry lines before the first recognised
 // header are skipped, and a stream that fails stops the reading without
-// handling any line twice. Always returns 0.
+// handling any line twice. A line longer than 4096 bytes, which no summary
+// file written by this tool holds, ends the reading there. Always returns 0.
 int merge_summary_text(CountTable& client_table, CountTable& virus_table,
                        CountTable& file_table, SummaryTally& tally,
                        std::istream& in);

@@ -1,0 +1,1 @@
+<p>an older range</p>

@@ -1,0 +1,1 @@
+old range page
