@@ -106,16 +106,22 @@ bool LineReader::read_next_window() {
   }
 }
 
-// Called after each look at the window: when the file lost pages under it,
-// the window is ended where the file now ends (never before the read
-// position) and the caller looks again.
-bool LineReader::cut_seen() {
-  if (!mapped_ || !take_window_cut(&mapping_)) return false;
-  cut_ = true;
+// Called after each look at the window: when the file has lost bytes of
+// the window, the window is ended where the file now ends (never before the
+// read position) and the caller looks again. A lost page faults and tells
+// the guard; the lost tail of the file's last page reads as zero bytes
+// without a fault, and so the size is asked as well whenever the look found
+// no line feed (zero bytes hold none, and it is rare in a window).
+bool LineReader::window_cut(bool ask_size) {
+  if (!mapped_) return false;
+  const bool fault = take_window_cut(&mapping_);
+  if (!fault && !ask_size) return false;
   struct stat st;
   const off_t size = fstat(fd_, &st) == 0 ? st.st_size : 0;
   const size_t left =
       size > window_offset_ ? static_cast<size_t>(size - window_offset_) : 0;
+  if (!fault && left >= end_) return false;
+  cut_ = true;
   end_ = std::clamp(left, pos_, end_);
   return true;
 }
@@ -143,7 +149,7 @@ bool LineReader::getline(char* buf) {
                          ? static_cast<size_t>(line_feed - start)
                          : std::min(span, room);
     std::memcpy(buf + stored, start, n);
-    if (cut_seen()) continue;
+    if (window_cut(line_feed == nullptr)) continue;
     stored += n;
     pos_ += n;
     if (line_feed != nullptr) {
@@ -166,7 +172,7 @@ std::string_view LineReader::buffered_lines() {
   const void* last;
   do {
     last = memrchr(window_ + pos_, '\n', end_ - pos_);
-  } while (cut_seen());
+  } while (window_cut(false));
   if (last == nullptr) return {};
   const char* start = window_ + pos_;
   return std::string_view(

@@ -71,7 +71,7 @@ class LineReader {
   bool refill();
   bool map_next_window();
   bool read_next_window();
-  bool cut_seen();
+  bool window_cut(bool ask_size);
 
   int fd_ = -1;
   size_t window_size_ = 0;
