@@ -23,7 +23,7 @@ namespace {
 constexpr size_t kDefaultReadSize = 256 << 10;
 // Large enough that mapping and unmapping cost nothing per page, small
 // enough that a mapped window adds little to the process's memory.
-constexpr size_t kDefaultMappedSize = 4 << 20;
+constexpr size_t kDefaultMappedSize = 1 << 20;
 constexpr size_t kMaxLineLength = LOG_LINE_SIZE - 1;
 }  // namespace
 
