@@ -80,7 +80,7 @@ bool LineReader::map_next_window() {
   struct stat st;
   if (fstat(fd_, &st) != 0 || st.st_size <= next) return false;
   const size_t size =
-      static_cast<size_t>(std::min<off_t>(st.st_size - next, window_size_));
+      std::min(static_cast<size_t>(st.st_size - next), window_size_);
   if (!map_window(fd_, next, size, &mapping_)) {
     // Reads on from the same place when the file cannot be mapped.
     release_window_guard(&mapping_);

@@ -29,9 +29,9 @@ class LineReader {
   // make it small so that lines straddle windows with small inputs.
   //
   // A log cut while it is mapped (truncated in place by a rotation) never
-  // ends the process with SIGBUS: the log ends where the file now ends. A
-  // line read across the cut may hold NUL bytes where the file lost its
-  // bytes in the last page it kept.
+  // ends the process with SIGBUS: the log ends where the file now ends.
+  // Should the cut fall on the very line being read at that moment, the
+  // line's lost tail may read as NUL bytes.
   bool open(const char* path, size_t window_size = 0);
   void close();
 
