@@ -132,6 +132,25 @@ TEST(LineReader, ReadsLikeGetline) {
   }
 }
 
+// A file that reports no size (of /proc), or that reports one but refuses
+// to be mapped (of /sys), is read with read(2) from where it stands.
+TEST(LineReader, ReadsFilesThatCannotBeMapped) {
+  const struct {
+    const char* path;
+    bool has_size;
+  } files[] = {{"/proc/version", false},
+               {"/sys/devices/system/cpu/online", true}};
+  for (const auto& file : files) {
+    SCOPED_TRACE(file.path);
+    LineReader reader;
+    std::ifstream stream(file.path);
+    if (!stream || !reader.open(file.path)) continue;  // not on this system
+    EXPECT_EQ(reader.is_mapped(), file.has_size);
+    expect_same_reads(reader, stream);
+    EXPECT_FALSE(reader.is_mapped());
+  }
+}
+
 // The date the scan stops at, the line left in the buffer, the reader's
 // state, then every line read after it.
 using Outcome = std::vector<std::string>;
