@@ -8,6 +8,7 @@
 // passed on untouched.
 #include "log/mapped_window.h"
 
+#include <errno.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -27,6 +28,8 @@ struct Guard {
   std::atomic<bool> cut{false};
 };
 
+// The handler reads the table; it must never wait on a lock to do so.
+static_assert(std::atomic<uintptr_t>::is_always_lock_free);
 Guard guards[kGuardCount];
 struct sigaction replaced_action;
 uintptr_t page_size = 4096;  // read from the system before any fault
@@ -54,8 +57,10 @@ void on_sigbus(int signo, siginfo_t* info, void* context) {
       const uintptr_t end = guard.end.load();
       if (address < begin || address >= end) continue;
       const uintptr_t from = address & ~(page_size - 1);
+      const int saved_errno = errno;  // the interrupted code may be using it
       void* zeros = mmap(reinterpret_cast<void*>(from), end - from, PROT_READ,
                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+      errno = saved_errno;
       if (zeros == MAP_FAILED) break;
       guard.cut.store(true);
       return;
