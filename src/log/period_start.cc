@@ -26,30 +26,25 @@ constexpr size_t kMaxLineLength = LOG_LINE_SIZE - 1;
 
 bool is_date_char(char c) { return (c >= '0' && c <= '9') || c == '-'; }
 
-// Consecutive lines nearly always carry the same date text, and its stamp
-// depends on nothing else, so the last one is remembered: its ten
-// characters and the ",," behind them, as the twelve bytes of the line.
-// Before the first date it holds twelve NUL bytes and the stamp 0, which
-// is right for a field of NUL bytes too: the line's text ends before it.
+// Consecutive lines nearly always carry the same date text behind a first
+// field of the same length, so the last usual line is remembered as it
+// stands: the fourteen bytes from its first ",," (the separator, the date
+// text, the separator behind it), where that ",," began, and the stamp of
+// the date. Before the first date the text is ten NUL bytes with the stamp
+// 0, which is right for a field of NUL bytes too: the line's text ends
+// before it.
+constexpr size_t kPatternBytes = kLogDateLength + 4;
+constexpr size_t kLongestRememberedField = 16;
+
 struct DateMemo {
-  uint64_t head = 0;
-  uint32_t tail = 0;
+  char pattern[16] = {',', ','};  // two bytes beyond the fourteen stay 0
+  size_t separator_at = kLongestRememberedField + 1;  // none yet
   DateStamp stamp = 0;
 };
 
-constexpr size_t kMemoBytes = kLogDateLength + 2;
-
-bool memo_matches(const DateMemo& memo, const char* field) {
-  uint64_t head;
-  uint32_t tail;
-  std::memcpy(&head, field, sizeof head);
-  std::memcpy(&tail, field + sizeof head, sizeof tail);
-  return head == memo.head && tail == memo.tail;
-}
-
 #if defined(__x86_64__)
-// What one look at the 16 bytes at `line` tells of its first ",,". First
-// fields are short, so the look nearly always settles it: `separator` is
+// What one look at the 16 bytes at `line` tells of its first ",," (first
+// fields are short, so the look nearly always settles it): `separator` is
 // the pair when one starts in those bytes with no NUL byte before it, null
 // when a NUL byte comes first. Unsettled, a pair may still begin at the
 // 16th byte.
@@ -96,50 +91,82 @@ const char* first_separator(const char* line, const char* end) {
 // its date field: leading blanks hold no separator, so skipping them
 // finds the same first ",,"; trailing blanks cannot reach the separator
 // behind the date; and no NUL byte ends the text before it. False for any
-// other line, which is then read the long way.
+// other line, which is then read the long way. Remembers the line.
 [[gnu::noinline]] bool usual_line_date(const char* line, const char* end,
                                        DateMemo& memo, DateStamp* stamp) {
   const char* p = first_separator(line, end);
-  if (p == nullptr || static_cast<size_t>(end - p) < 2 + kMemoBytes) {
+  if (p == nullptr || static_cast<size_t>(end - p) < kPatternBytes ||
+      p[kPatternBytes - 2] != ',' || p[kPatternBytes - 1] != ',') {
     return false;
   }
   const char* field = p + 2;
-  if (field[kLogDateLength] != ',' || field[kLogDateLength + 1] != ',') {
-    return false;
-  }
-  if (!memo_matches(memo, field)) {
+  if (std::memcmp(memo.pattern + 2, field, kLogDateLength) != 0) {
     if (!std::all_of(field, field + kLogDateLength, is_date_char)) {
       return false;
     }
     char text[kLogDateLength + 1] = {};
     std::memcpy(text, field, kLogDateLength);
-    std::memcpy(&memo.head, field, sizeof memo.head);
-    std::memcpy(&memo.tail, field + sizeof memo.head, sizeof memo.tail);
+    std::memcpy(memo.pattern + 2, field, kLogDateLength);
+    memo.pattern[kPatternBytes - 2] = memo.pattern[kPatternBytes - 1] = ',';
     memo.stamp = log_date_to_stamp(text);
   }
+  memo.separator_at = static_cast<size_t>(p - line);
   *stamp = memo.stamp;
   return true;
 }
 
-// The common case of usual_line_date, for a line whose first field is
-// shorter than 15 characters and whose date is the remembered one; false
-// leaves the line to usual_line_date.
-inline bool remembered_line_date(const char* line, const char* end,
-                                 const DateMemo& memo, DateStamp* stamp) {
+// The remembered line prepared for the comparison with each line: its
+// fourteen bytes, where to look for them, the bits of the bytes before
+// that place, and its stamp.
+struct Shape {
 #if defined(__x86_64__)
-  if (end - line < 16) return false;
-  const char* separator = look_at_sixteen_bytes(line).separator;
-  if (separator == nullptr) return false;
-  const char* field = separator + 2;
-  if (end - field < static_cast<ptrdiff_t>(kMemoBytes) ||
-      !memo_matches(memo, field)) {
-    return false;
-  }
-  *stamp = memo.stamp;
-  return true;
+  __m128i pattern;
 #else
-  (void)line, (void)end, (void)memo, (void)stamp;
-  return false;
+  char pattern[kPatternBytes];
+#endif
+  size_t at;
+  unsigned before_mask;
+  DateStamp stamp;
+};
+
+Shape shape_of(const DateMemo& memo) {
+  Shape shape;
+#if defined(__x86_64__)
+  shape.pattern =
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(memo.pattern));
+#else
+  std::memcpy(shape.pattern, memo.pattern, kPatternBytes);
+#endif
+  shape.at = std::min(memo.separator_at, kLongestRememberedField);
+  shape.before_mask = (1u << shape.at) - 1;
+  shape.stamp = memo.stamp;
+  return shape;
+}
+
+// Whether the line at `line` has no comma and no NUL byte before
+// `shape.at` and the remembered fourteen bytes there. Its first ",," is
+// then there, and its date field is the remembered text (or, before the
+// first date, its text ends right after that ",,"), so it has the
+// remembered stamp, wherever the remembered line had its ",,". Reads 32
+// bytes.
+inline bool has_shape(const char* line, const Shape& shape) {
+#if defined(__x86_64__)
+  const __m128i head = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line));
+  const unsigned stops = static_cast<unsigned>(_mm_movemask_epi8(
+      _mm_or_si128(_mm_cmpeq_epi8(head, _mm_set1_epi8(',')),
+                   _mm_cmpeq_epi8(head, _mm_setzero_si128()))));
+  const __m128i there =
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(line + shape.at));
+  const unsigned same = static_cast<unsigned>(
+      _mm_movemask_epi8(_mm_cmpeq_epi8(there, shape.pattern)));
+  constexpr unsigned kPatternMask = (1u << kPatternBytes) - 1;
+  return (stops & shape.before_mask) == 0 &&
+         (same & kPatternMask) == kPatternMask;
+#else
+  for (size_t i = 0; i < shape.at; ++i) {
+    if (line[i] == ',' || line[i] == '\0') return false;
+  }
+  return std::memcmp(line + shape.at, shape.pattern, kPatternBytes) == 0;
 #endif
 }
 
@@ -167,6 +194,11 @@ inline uint64_t line_feed_word(const char* p) {
 #endif
 }
 
+// The hardware fetches ahead only within a page, so a mapped log would be
+// waited for at every page boundary; asking for the bytes a page ahead
+// keeps the memory busy while the lines are judged.
+constexpr ptrdiff_t kFetchAhead = 4096;
+
 // Passes over the lines at the front of `lines` (whole lines) that have
 // the usual shape and are dated before `first_day`, setting *last_date to
 // the date of each. Returns how many bytes they take: the search stops in
@@ -179,26 +211,33 @@ size_t pass_usual_lines(std::string_view lines, DateStamp first_day,
   // Kept in locals, which nothing else can alias, for the inner loop.
   DateMemo local_memo = memo;
   DateStamp last = *last_date;
+  Shape shape = shape_of(local_memo);
   for (const char* chunk = begin; chunk < end; chunk += 64) {
+    __builtin_prefetch(chunk + std::min(kFetchAhead, end - chunk));
     uint64_t mask =
         end - chunk >= 64
             ? line_feed_word(chunk)
             : line_feed_word(chunk, static_cast<size_t>(end - chunk));
     for (; mask != 0; mask &= mask - 1) {
       const char* line_end = chunk + __builtin_ctzll(mask);
-      DateStamp stamp;
-      if (static_cast<size_t>(line_end - line) > kMaxLineLength ||
-          (!remembered_line_date(line, line_end, local_memo, &stamp) &&
-           !usual_line_date(line, line_end, local_memo, &stamp)) ||
-          stamp >= first_day) {
-        memo = local_memo;
-        *last_date = last;
-        return static_cast<size_t>(line - begin);
+      if (static_cast<size_t>(line_end - line) > kMaxLineLength) goto stop;
+      // The remembered stamp is before first_day: the search has ended at
+      // any later one.
+      if (end - line >= 32 && has_shape(line, shape)) {
+        last = shape.stamp;
+      } else {
+        DateStamp stamp;
+        if (!usual_line_date(line, line_end, local_memo, &stamp) ||
+            stamp >= first_day) {
+          goto stop;
+        }
+        last = stamp;
+        shape = shape_of(local_memo);
       }
-      last = stamp;
       line = line_end + 1;
     }
   }
+stop:
   memo = local_memo;
   *last_date = last;
   return static_cast<size_t>(line - begin);
