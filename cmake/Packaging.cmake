@@ -82,13 +82,13 @@ install(FILES ${SCANREPORT_CONFIGURED}/nginx/scanreport.conf
 # The console. Its parts are only read by index.php (see the web-server
 # snippet), so all are plain files.
 install(FILES
-  ${PROJECT_SOURCE_DIR}/examples/web/index.php
-  ${PROJECT_SOURCE_DIR}/examples/web/files.php
-  ${PROJECT_SOURCE_DIR}/examples/web/fragments.php
-  ${PROJECT_SOURCE_DIR}/examples/web/text.php
-  ${PROJECT_SOURCE_DIR}/examples/web/trend.php
-  ${PROJECT_SOURCE_DIR}/examples/web/select.js
-  ${PROJECT_SOURCE_DIR}/examples/web/style.css
+  ${PROJECT_SOURCE_DIR}/web/index.php
+  ${PROJECT_SOURCE_DIR}/web/files.php
+  ${PROJECT_SOURCE_DIR}/web/fragments.php
+  ${PROJECT_SOURCE_DIR}/web/text.php
+  ${PROJECT_SOURCE_DIR}/web/trend.php
+  ${PROJECT_SOURCE_DIR}/web/select.js
+  ${PROJECT_SOURCE_DIR}/web/style.css
   DESTINATION ${CMAKE_INSTALL_DATADIR}/scanreport/web)
 
 set(CPACK_GENERATOR DEB)
