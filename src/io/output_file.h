@@ -16,10 +16,10 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   // Opens `path` for writing with truncation, creating it (mode 0666 less
-  // the umask) when missing. Fails, as for a missing directory, when the
-  // last path component is a symbolic link or turns out not to be a regular
-  // file (a named pipe, device or socket, which is left untouched).
-  // Directories along the path may be links.
+  // the umask) when missing. Fails, as for a missing directory, wherever
+  // open_regular_file refuses (a link on the way, a directory others may
+  // write, a named pipe, device, socket or hard link at the path), and
+  // then leaves what stands there untouched.
   bool open(const char* path);
   bool is_open() const { return fd_ >= 0; }
 

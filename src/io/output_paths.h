@@ -6,8 +6,11 @@
 
 #include <cstdint>
 
-// Both end in a slash. A day's directory is TRAFFIC_DIR followed directly
-// by the day's yyyymmdd number; range reports go into RANGE_DIR itself.
+// All three end in a slash. Every file of a run lies beneath OUTPUT_ROOT,
+// in TRAFFIC_DIR or RANGE_DIR. A day's directory is TRAFFIC_DIR followed
+// directly by the day's yyyymmdd number; range reports go into RANGE_DIR
+// itself.
+extern const char OUTPUT_ROOT[];
 extern const char TRAFFIC_DIR[];
 extern const char RANGE_DIR[];
 

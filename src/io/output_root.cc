@@ -6,5 +6,6 @@
 #error "SCANREPORT_OUTPUT_ROOT must name the output root"
 #endif
 
+const char OUTPUT_ROOT[] = SCANREPORT_OUTPUT_ROOT;
 const char TRAFFIC_DIR[] = SCANREPORT_OUTPUT_ROOT "traffic/";
 const char RANGE_DIR[] = SCANREPORT_OUTPUT_ROOT "range/";
