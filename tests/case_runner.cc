@@ -7,11 +7,16 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -121,6 +126,19 @@ void expect_same_tree(const Tree& want, const Tree& got, const char* where) {
   }
 }
 
+// Makes openat2 fail with ENOSYS in this process and what it then runs, as
+// on a kernel before 5.6 or in a sandbox that does not know the call.
+bool forbid_openat2() {
+  sock_filter code[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  sock_fprog program = {std::size(code), code};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 // A fresh directory of mode 0755 in the temporary directory.
 std::string make_temp_dir(const char* prefix) {
   std::string name = fs::temp_directory_path() / prefix;
@@ -148,14 +166,20 @@ class EndToEnd : public testing::TestWithParam<std::string> {
   const std::string root_ = TEST_OUTPUT_ROOT;
   std::string dir_, scratch_, work_;
   std::vector<Words> lines_;  // the directives
-  std::map<std::string, std::string> settings_ = {
-      {"status", "0"}, {"tz", "UTC"}, {"today", "20250601"}, {"user", ""}};
+  std::map<std::string, std::string> settings_ = {{"status", "0"},
+                                                  {"tz", "UTC"},
+                                                  {"today", "20250601"},
+                                                  {"user", ""},
+                                                  {"openat2", ""}};
   std::vector<int> held_;             // read ends of held pipes
   std::map<std::string, int> modes_;  // set under the root by `mode`
 };
 
 void EndToEnd::SetUp() {
   if (geteuid() != 0) GTEST_SKIP() << "the program serves root only";
+  // The program refuses directories that others may write into, so every
+  // mode a case does not set is the same whatever the caller's umask.
+  umask(022);
   dir_ = std::string(CASES_DIR) + "/" + GetParam();
   scratch_ = make_temp_dir("scanreport-scratch");
   work_ = make_temp_dir("scanreport-run");
@@ -180,13 +204,22 @@ void EndToEnd::SetUp() {
 void EndToEnd::set_up(const Words& d) {
   auto arg = [&d](size_t i) { return i < d.size() ? d[i] : std::string(); };
   const std::string& verb = d[0];
-  const std::string at = verb == "mode" || verb == "copy" ? arg(2) : arg(1);
+  const bool path_second = verb == "mode" || verb == "copy" || verb == "owner";
+  const std::string at = path_second ? arg(2) : arg(1);
   const fs::path path = at[0] == '@' ? expand(at) : root_ + at;
-  if (verb != "mode") fs::create_directories(path.parent_path());
+  if (verb != "mode" && verb != "owner") {
+    fs::create_directories(path.parent_path());
+  }
   if (verb == "dir") {
     fs::create_directories(path);
   } else if (verb == "link") {
     fs::create_symlink(expand(arg(2)), path);
+  } else if (verb == "hardlink") {
+    const std::string target =
+        arg(2)[0] == '@' ? expand(arg(2)) : root_ + arg(2);
+    ASSERT_EQ(link(target.c_str(), path.c_str()), 0) << path;
+  } else if (verb == "owner") {
+    ASSERT_EQ(lchown(path.c_str(), std::stoi(arg(1)), -1), 0) << path;
   } else if (verb == "fifo" || verb == "held-fifo") {
     ASSERT_EQ(mkfifo(path.c_str(), 0644), 0) << path;
     if (verb == "held-fifo")
@@ -249,6 +282,8 @@ void EndToEnd::run(const Words& args) {
         (!as_nobody ||
          (setgroups(0, nullptr) == 0 && setresgid(kNobody, 0, 0) == 0 &&
           setresuid(kNobody, 0, 0) == 0)) &&
+        (settings_["openat2"] != "missing" ||
+         ((step = "forbid openat2") && forbid_openat2())) &&
         (step = "exec") && setenv("TZ", settings_["tz"].c_str(), 1) == 0 &&
         setenv("SCANREPORT_TEST_TODAY", settings_["today"].c_str(), 1) == 0 &&
         setenv("PATH", path.c_str(), 1) == 0) {
