@@ -7,6 +7,7 @@
 // so that mutations of the dates keep reaching the row writer. Run with
 // -max_len (64 KiB is plenty) to keep each execution fast.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -124,6 +125,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // the next one finds.
   fs::remove_all(TRAFFIC_DIR);
   fs::remove_all(RANGE_DIR);
+  // Directories that the group may write are refused, whatever the umask
+  // of the fuzzing session.
+  umask(022);
   fs::create_directories(day_dir);
   fs::create_directories(RANGE_DIR);
 
