@@ -7,11 +7,11 @@
 #define SCANREPORT_IO_REGULAR_FILE_H_
 
 // Opens `path`, a path beneath OUTPUT_ROOT, with `flags` (O_RDONLY, or
-// O_WRONLY with or without O_CREAT, never O_TRUNC: a caller that writes
-// empties the file itself once it has been accepted; a new file gets mode
-// 0666 less the umask) and returns the descriptor, blocking and
-// close-on-exec. Returns -1, with nothing read, written or truncated,
-// when the open fails, when the way to the file is refused
+// O_WRONLY with or without O_CREAT; a new file gets mode 0666 less the
+// umask) and returns the descriptor, blocking and close-on-exec. O_TRUNC
+// fails: a caller that writes empties the file itself once it has been
+// accepted. Returns -1, with nothing read, written or truncated, when the
+// open fails, when the way to the file is refused
 // (open_beneath_root: a symbolic link anywhere after the root, or a
 // directory that someone other than root may write into), or when what
 // was opened is not a regular file with a single link: a named pipe,
