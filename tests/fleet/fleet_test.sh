@@ -8,7 +8,8 @@
 # infected host only, and ScanreportDayCut for a cut day. Ports
 # 127.0.0.1:19010-19012; every process started here is stopped by its pid.
 #   fleet_test.sh HELPER PROGRAM METRICS_PROGRAM ROOT
-# with PROMTOOL, PROMETHEUS, NODE_EXPORTER and RULES in the environment.
+# with PROMTOOL, PROMETHEUS, NODE_EXPORTER, RULES and DASHBOARD in the
+# environment.
 set -euo pipefail
 helper=$1 program=$2 metrics_program=$3 root=$4
 data=$(cd "$(dirname "$0")/data" && pwd)
@@ -122,6 +123,14 @@ curl -sf "http://127.0.0.1:$prometheus_port/api/v1/alerts" |
   jq -r '.data.alerts[] | "alert: \(.labels.alertname) \(.labels.host) \(.state) value=\(.value): \(.annotations.summary)"'
 check "and stays silent for the clean one" \
   '[[ $(query "$firing" "$alerts") == "ScanreportInfections infected" ]]'
+
+# The dashboard's queries as Prometheus runs them.
+while IFS= read -r expr; do
+  check "the dashboard's query $expr runs" \
+    '[[ $(curl -sf --get --data-urlencode "query=$expr" "http://127.0.0.1:$prometheus_port/api/v1/query" | jq -r .status) == success ]]'
+done < <(jq -r '.panels[].targets[].expr' "$DASHBOARD")
+check "the dashboard's top viruses across the fleet" \
+  '[[ $(query "$(jq -r ".panels[1].targets[0].expr" "$DASHBOARD")" ".data.result | length") == 6 ]]'
 
 # The clean host's day turns out cut: the nightly run says how many lines
 # it left out.
