@@ -46,15 +46,15 @@ bool parse_options(int argc, char** argv, NightlyOutcome& outcome) {
 int main(int argc, char** argv) {
   NightlyOutcome outcome;
   if (argc < 3 || !parse_options(argc, argv, outcome)) {
-    std::fputs(kUsage, stderr);
+    (void)std::fputs(kUsage, stderr);
     return 1;
   }
   outcome.day = argv[2];
   std::string error;
   if (write_metrics_file(argv[1], TRAFFIC_DIR, outcome, &error) != 0) {
-    std::fprintf(stderr,
-                 "scanreport-metrics: %s; the previous metrics file stays\n",
-                 error.c_str());
+    (void)std::fprintf(
+        stderr, "scanreport-metrics: %s; the previous metrics file stays\n",
+        error.c_str());
     return 1;
   }
   return 0;

@@ -9,30 +9,40 @@
 
 namespace {
 
-// The length of the valid UTF-8 sequence at the start of `text`, or 0
-// (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
+// What a lead byte allows: the sequence's length (0: the byte never
+// starts one) and the range of its second byte, narrower than 80 to BF
+// where that excludes overlong forms, surrogates and code points above
+// U+10FFFF (RFC 3629).
+struct LeadRule {
+  size_t length;
+  uint8_t second_low;
+  uint8_t second_high;
+};
+
+LeadRule rule_for(uint8_t lead) {
+  if (lead < 0x80) return {1, 0, 0};
+  if (lead >= 0xC2 && lead <= 0xDF) return {2, 0x80, 0xBF};
+  if (lead == 0xE0) return {3, 0xA0, 0xBF};
+  if (lead == 0xED) return {3, 0x80, 0x9F};
+  if (lead >= 0xE1 && lead <= 0xEF) return {3, 0x80, 0xBF};
+  if (lead == 0xF0) return {4, 0x90, 0xBF};
+  if (lead >= 0xF1 && lead <= 0xF3) return {4, 0x80, 0xBF};
+  if (lead == 0xF4) return {4, 0x80, 0x8F};
+  return {0, 0, 0};
+}
+
+// The length of the valid UTF-8 sequence at the start of `text`, or 0.
 size_t utf8_length(std::string_view text) {
-  auto byte = [&text](size_t i) {
-    return i < text.size() ? static_cast<uint8_t>(text[i]) : 0;
-  };
-  auto tail = [&byte](size_t i) { return byte(i) >= 0x80 && byte(i) <= 0xBF; };
-  const uint8_t lead = byte(0);
-  const uint8_t second = byte(1);
-  if (lead < 0x80) return 1;
-  if (lead >= 0xC2 && lead <= 0xDF) return tail(1) ? 2 : 0;
-  if (lead >= 0xE0 && lead <= 0xEF) {
-    const bool second_ok = lead == 0xE0   ? second >= 0xA0 && tail(1)
-                           : lead == 0xED ? second >= 0x80 && second <= 0x9F
-                                          : tail(1);
-    return second_ok && tail(2) ? 3 : 0;
+  const LeadRule rule = rule_for(static_cast<uint8_t>(text[0]));
+  if (rule.length <= 1) return rule.length;
+  if (text.size() < rule.length) return 0;
+  const auto second = static_cast<uint8_t>(text[1]);
+  if (second < rule.second_low || second > rule.second_high) return 0;
+  for (size_t i = 2; i < rule.length; ++i) {
+    const auto tail = static_cast<uint8_t>(text[i]);
+    if (tail < 0x80 || tail > 0xBF) return 0;
   }
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    const bool second_ok = lead == 0xF0   ? second >= 0x90 && tail(1)
-                           : lead == 0xF4 ? second >= 0x80 && second <= 0x8F
-                                          : tail(1);
-    return second_ok && tail(2) && tail(3) ? 4 : 0;
-  }
-  return 0;
+  return rule.length;
 }
 
 // U+202A to U+202E and U+2066 to U+2069: they reorder the text around
