@@ -2,7 +2,8 @@
 # it with `cpack -G DEB`: the program in sbin (only root may run it), its
 # manual page, the empty traffic/ and range/ directories under the output
 # root, the nightly run (helper, systemd service and timer, settings in
-# /etc/default) and the console with its web-server configuration.
+# /etc/default), scanreport-metrics with the fleet's alert rules and
+# dashboard, and the console with its web-server configuration.
 
 # The package installs into /usr; so does a plain `cmake --install`, so
 # that the paths written into the units and snippets hold for both.
@@ -91,6 +92,13 @@ install(FILES
   ${PROJECT_SOURCE_DIR}/web/style.css
   DESTINATION ${CMAKE_INSTALL_DATADIR}/scanreport/web)
 
+# The fleet's side: alert rules for Prometheus and a Grafana dashboard,
+# for the administrators to load (README, "Metrics for a fleet").
+install(FILES
+  ${SCANREPORT_PACKAGING}/prometheus/scanreport.rules.yml
+  ${SCANREPORT_PACKAGING}/prometheus/scanreport-dashboard.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/scanreport)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME scanreport)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -102,15 +110,17 @@ set(CPACK_PACKAGE_DESCRIPTION
 daily and date-range report tables, summary pages and quarantine pages
 that the administrators' web console shows. A systemd timer runs it
 every night for the day before, once the scan log's path is set in
-/etc/default/scanreport. The package also holds that console, with
-a configuration for Apache.")
+/etc/default/scanreport, and leaves the day's counts for the Prometheus
+node exporter's textfile collector. The package also holds that console,
+with a configuration for Apache, and alert rules and a Grafana dashboard
+for a fleet of hosts.")
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # Depends is computed from the libraries the program really links.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS
-    "apache2 | nginx, libapache2-mod-php | php-fpm")
+    "apache2 | nginx, libapache2-mod-php | php-fpm, prometheus-node-exporter")
 # The settings and the web-server snippet are the administrator's to edit;
 # the timer is enabled the Debian way (see packaging/debian/postinst).
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

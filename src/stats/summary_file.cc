@@ -115,11 +115,9 @@ void add_entry_line(CountTable& table, std::string_view line) {
   add_count(table, name, atoi_value(value));
 }
 
-// Longer than any line the writer makes: a name is at most a log line of
-// 2047 bytes and a count at most eleven characters. A longer line did not
-// come from a run of this tool, and reading on would let a planted file of
-// one endless line (a sparse file, say) take all memory and time.
-constexpr std::streamsize kLongestSummaryLine = 4096;
+// Reading on past LONGEST_SUMMARY_LINE would let a planted file of one
+// endless line (a sparse file, say) take all memory and time.
+constexpr std::streamsize kLongestSummaryLine = LONGEST_SUMMARY_LINE;
 
 // Reads the next line into `buffer` (kLongestSummaryLine + 1 bytes) as
 // std::getline would, line feed consumed and not kept, and sets `line` to

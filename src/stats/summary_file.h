@@ -8,6 +8,11 @@
 
 #include "stats/count_table.h"
 
+// Longer than any line the writer makes: a name is at most a log line of
+// 2047 bytes and a count at most eleven characters. A longer line did not
+// come from a run of this tool.
+inline constexpr int LONGEST_SUMMARY_LINE = 4096;
+
 // Writes `out_dir`/summary.txt (replacing it): the client, virus and file
 // lists front to back, then the tally in key order. Returns 0, or -1 when
 // the file cannot be opened or its path does not fit PATH_BUFFER_SIZE
