@@ -38,11 +38,11 @@ function atoi_value(string $text): int
 }
 
 // The result counts of one summary.txt; keys it lacks count 0.
-function summary_counts(string $real): array
+function summary_counts(array $file): array
 {
     $counts = array_fill_keys(array_keys(CLEAN_SERIES + INFECTED_SERIES), 0);
     $in_summary = false;
-    foreach (file_lines($real) as $line) {
+    foreach (file_lines($file) as $line) {
         if ($line === '') {
             continue;
         }
@@ -81,7 +81,8 @@ function shift_day(string $day, int $by): string
 }
 
 // The days the chart covers: the reader's from and to, else the 30 days
-// that end with the latest report; at most MAX_TREND_DAYS.
+// that end with the latest report served; at most MAX_TREND_DAYS, and none
+// after today.
 function trend_days(array $query, array $report_days): array
 {
     $latest = $report_days === [] ? date('Ymd') : end($report_days);
@@ -90,6 +91,8 @@ function trend_days(array $query, array $report_days): array
     if ($from > $to) {
         [$from, $to] = [$to, $from];
     }
+    $to = min($to, date('Ymd'));
+    $from = min($from, $to);
     $from = max($from, shift_day($to, 1 - MAX_TREND_DAYS));
     $days = [];
     for ($day = $from; $day <= $to; $day = shift_day($day, 1)) {
@@ -103,8 +106,8 @@ function trend_counts(string $root, array $days): array
 {
     $counts = [];
     foreach ($days as $day) {
-        $real = root_file($root, "$root/traffic/$day/summary.txt");
-        $counts[$day] = $real === null ? null : summary_counts($real);
+        $file = past_day($day) ? open_in_root($root, "traffic/$day/summary.txt") : null;
+        $counts[$day] = $file === null ? null : summary_counts($file);
     }
     return $counts;
 }
