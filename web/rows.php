@@ -106,7 +106,7 @@ function block_rows(string $text, int $base): array
     return $rows;
 }
 
-// A regular expression for the rows of the program's own form that match
+// A regular expression for a row of the program's own form that matches
 // the filter. Result and action are keywords, matched without regard to
 // ASCII case as the program reads them; names are matched exactly, the file
 // name as a part of the full path (checked again on the parsed cell).
@@ -117,54 +117,91 @@ function filter_pattern(array $filter): string
         : ($fold ? '(?i:' . preg_quote($filter[$key], '/') . ')' : preg_quote($filter[$key], '/'));
     $file = isset($filter['file']) ? $any . preg_quote($filter['file'], '/') . $any : $any;
     $cell = "<td align='left'>";
-    return "/^<tr$any\n<td$any\n$cell$any<\\/td>\n$cell{$exact('client')}<\\/td>\n"
+    return "/\\A<tr$any\n<td$any\n$cell$any<\\/td>\n$cell{$exact('client')}<\\/td>\n"
         . "<td align='left' title='$file<\\/td>\n$cell{$exact('result', true)}<\\/td>\n"
-        . "$cell{$exact('virus')}<\\/td>\n$cell{$exact('action', true)}<\\/td>\n<td$any\n<\\/tr>\$/m";
+        . "$cell{$exact('virus')}<\\/td>\n$cell{$exact('action', true)}<\\/td>\n<td$any\n<\\/tr>\\z/";
 }
 
-// The offsets of the rows in a block that match the filter.
+// What to look for first: the text of the filter's most telling cell as it
+// stands in the file, and whether to ignore ASCII case.
+function filter_needle(array $filter): array
+{
+    foreach (['virus', 'client', 'file', 'action', 'result'] as $key) {
+        if (isset($filter[$key])) {
+            $fold = $key === 'action' || $key === 'result';
+            return [$key === 'file' ? $filter[$key] : ">$filter[$key]</td>\n", $fold];
+        }
+    }
+    return ["\n<tr", false];
+}
+
+// The offsets of the rows in a block that match the filter: each place
+// where the needle stands is taken back to its row, and the row is checked
+// whole.
 function block_matches(string $text, int $base, array $filter): array
 {
-    preg_match_all(filter_pattern($filter), $text, $found, PREG_OFFSET_CAPTURE);
+    [$needle, $fold] = filter_needle($filter);
+    // Folded once per block: stripos would fold the rest of it at each call.
+    $haystack = $fold ? strtolower($text) : $text;
+    $needle = $fold ? strtolower($needle) : $needle;
+    $pattern = filter_pattern($filter);
     $rows = [];
-    foreach ($found[0] as [$row, $at]) {
-        $file_cell = parse_cell(explode("\n", $row, 6)[4], false);
-        if (!isset($filter['file']) || str_contains($file_cell['title'] ?? $file_cell['text'], $filter['file'])) {
-            $rows[] = $base + $at;
+    for ($at = strpos($haystack, $needle); $at !== false; $at = strpos($haystack, $needle, $next)) {
+        $before = $at === 0 ? false : strrpos($text, "\n<tr", $at - strlen($text) - 1);
+        $start = $before === false ? 0 : $before + 1;
+        $end = strpos($text, "\n</tr>", $at);
+        $next = $end === false ? strlen($text) : $end + 6;
+        $row = substr($text, $start, $next - $start);
+        if ($end !== false && preg_match($pattern, $row) === 1 && (!isset($filter['file'])
+            || str_contains(parse_cell(explode("\n", $row, 6)[4], false)['title'] ?? '', $filter['file']))) {
+            $rows[] = $base + $start;
         }
     }
     return $rows;
 }
 
-// The rows of an open report.txt that match the filter (all rows for an
-// empty one): ['handle' of packed 64-bit offsets, 'count'].
-function row_index(array $file, array $filter): array
+// The rows of an open report.txt that match each filter (all rows for an
+// empty one): for each, ['handle' of packed 64-bit offsets, 'count']. The
+// indexes not in the cache are built in one pass over the file.
+function row_indexes(array $file, array $filters): array
 {
     $stat = $file['stat'];
-    ksort($filter);
-    $key = "{$stat['dev']}-{$stat['ino']}-{$stat['size']}-{$stat['mtime']}"
-        . ($filter === [] ? '' : '-' . sha1(serialize($filter)));
     $dir = cache_dir();
-    $cached = $dir === null ? null : open_cached("$dir/rows-$key");
-    if ($cached !== null) {
-        return $cached;
+    [$found, $building] = [[], []];
+    foreach ($filters as $i => $filter) {
+        ksort($filter);
+        $key = "{$stat['dev']}-{$stat['ino']}-{$stat['size']}-{$stat['mtime']}"
+            . ($filter === [] ? '' : '-' . sha1(serialize($filter)));
+        $found[$i] = $dir === null ? null : open_cached("$dir/rows-$key");
+        if ($found[$i] === null) {
+            $temp = $dir === null ? false : @tempnam($dir, 'build-');
+            $out = $temp === false ? fopen('php://temp', 'w+b') : fopen($temp, 'w+b');
+            $building[$i] = ['filter' => $filter, 'temp' => $temp, 'key' => $key, 'handle' => $out, 'count' => 0];
+        }
     }
-    $temp = $dir === null ? false : @tempnam($dir, 'build-');
-    $out = $temp === false ? fopen('php://temp', 'w+b') : fopen($temp, 'w+b');
-    $count = 0;
-    scan_blocks($file, function (string $text, int $base) use ($filter, $out, &$count): void {
-        $rows = $filter === [] ? block_rows($text, $base) : block_matches($text, $base, $filter);
-        if ($rows !== []) {
-            fwrite($out, pack('P*', ...$rows));
-            $count += count($rows);
+    if ($building === []) {
+        return $found;
+    }
+    scan_blocks($file, function (string $text, int $base) use (&$building): void {
+        foreach ($building as &$index) {
+            $rows = $index['filter'] === [] ? block_rows($text, $base) : block_matches($text, $base, $index['filter']);
+            if ($rows !== []) {
+                fwrite($index['handle'], pack('P*', ...$rows));
+                $index['count'] += count($rows);
+            }
         }
     });
-    if ($temp !== false) {
-        fflush($out);
-        rename($temp, "$dir/rows-$key");
+    foreach ($building as $i => $index) {
+        if ($index['temp'] !== false) {
+            fflush($index['handle']);
+            rename($index['temp'], "$dir/rows-{$index['key']}");
+        }
+        $found[$i] = ['handle' => $index['handle'], 'count' => $index['count']];
+    }
+    if ($dir !== null) {
         forget_old_indexes($dir);
     }
-    return ['handle' => $out, 'count' => $count];
+    return $found;
 }
 
 // Indexes not used for a week belong to reports rewritten or long gone.
@@ -208,12 +245,12 @@ function row_lines(array $file, int $offset): array
 
 // A table's rows as the files that hold them, each with its index:
 // [['file', 'index'], ...] and the total count.
-function table_parts(array $files, array $filter): array
+function table_parts(array $files, array $filter, array $also = []): array
 {
     $parts = [];
     $total = 0;
     foreach ($files as $file) {
-        $index = row_index($file, $filter);
+        $index = row_indexes($file, [$filter, ...$also])[0];
         $parts[] = ['file' => $file, 'index' => $index];
         $total += $index['count'];
     }
