@@ -75,9 +75,6 @@ function scan_blocks(array $file, callable $block): void
 {
     $handle = $file['handle'];
     $limit = min($file['stat']['size'], MAX_REPORT_BYTES);
-    if ($file['stat']['size'] > MAX_REPORT_BYTES) {
-        cut_files($file['name']);
-    }
     fseek($handle, 0);
     [$base, $carry] = [0, ''];
     do {
@@ -250,6 +247,9 @@ function table_parts(array $files, array $filter, array $also = []): array
     $parts = [];
     $total = 0;
     foreach ($files as $file) {
+        if ($file['stat']['size'] > MAX_REPORT_BYTES) {
+            cut_files($file['name']);
+        }
         $index = row_indexes($file, [$filter, ...$also])[0];
         $parts[] = ['file' => $file, 'index' => $index];
         $total += $index['count'];

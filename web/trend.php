@@ -64,6 +64,28 @@ function summary_counts(array $file): array
     return $counts;
 }
 
+// A summary's counts, kept in the console's cache: a full scan's day has
+// a summary of megabytes, and the chart reads a month of them.
+function cached_counts(array $file): array
+{
+    $stat = $file['stat'];
+    $dir = cache_dir();
+    $path = "$dir/counts-{$stat['dev']}-{$stat['ino']}-{$stat['size']}-{$stat['mtime']}";
+    $cached = $dir === null ? null : open_cached($path);
+    $keys = array_keys(CLEAN_SERIES + INFECTED_SERIES);
+    if ($cached !== null && $cached['count'] === count($keys)) {
+        $values = unpack('q*', (string) fread($cached['handle'], 8 * count($keys)));
+        fclose($file['handle']);
+        return array_combine($keys, array_values($values));
+    }
+    $counts = summary_counts($file);
+    $temp = $dir === null ? false : @tempnam($dir, 'build-');
+    if ($temp !== false && file_put_contents($temp, pack('q*', ...array_values($counts))) !== false) {
+        rename($temp, $path);
+    }
+    return $counts;
+}
+
 // A date typed by the reader (yyyy-mm-dd or yyyymmdd) as yyyymmdd, or null.
 function typed_day(mixed $typed): ?string
 {
@@ -107,7 +129,7 @@ function trend_counts(string $root, array $days): array
     $counts = [];
     foreach ($days as $day) {
         $file = past_day($day) ? open_in_root($root, "traffic/$day/summary.txt") : null;
-        $counts[$day] = $file === null ? null : summary_counts($file);
+        $counts[$day] = $file === null ? null : cached_counts($file);
     }
     return $counts;
 }
