@@ -109,6 +109,8 @@ function open_in_root(string $root, string $relative): ?array
     $name = array_pop($parts);
     $path = $root;
     $chain = [];
+    // PHP keeps the last lstat of a path: every one here must ask the kernel.
+    clearstatcache();
     foreach ([null, ...$parts] as $part) {
         $path .= $part === null ? '' : "/$part";
         if (!trusted_dir($path, $stat)) {
@@ -132,6 +134,7 @@ function open_in_root(string $root, string $relative): ?array
     $open = fstat($handle);
     $same = $open !== false && ($open['mode'] & 0170000) === 0100000 && $open['uid'] === 0
         && $open['dev'] === $named['dev'] && $open['ino'] === $named['ino'];
+    clearstatcache();
     foreach ($chain as $dir => [$dev, $ino]) {
         $again = @lstat($dir);
         $same = $same && $again !== false && $again['dev'] === $dev && $again['ino'] === $ino;

@@ -283,6 +283,26 @@ function csv_field(string $text): string
     return strpbrk($text, "\",\r\n") === false ? $text : '"' . str_replace('"', '""', $text) . '"';
 }
 
+// The cells of a row of the program's own form (its opening line, eight
+// cells, its closing line), parsed as fragment_items parses them but
+// without its tests for the other forms a line may take; null for any
+// other row.
+function csv_cells(array $lines): ?array
+{
+    if (count($lines) !== 10 || $lines[9] !== '</tr>' || preg_match(ROW_START, $lines[0]) !== 1) {
+        return null;
+    }
+    $cells = [];
+    foreach (array_slice($lines, 1, 8) as $i => $line) {
+        $cell = str_starts_with($line, '<td') ? parse_cell($line, $i === 0) : null;
+        if ($cell === null) {
+            return null;
+        }
+        $cells[] = $cell;
+    }
+    return $cells;
+}
+
 // Streams the table's rows as CSV: the texts of the seven columns as the
 // report holds them, the file and the quarantine as full paths.
 function stream_csv(array $parts): void
@@ -292,7 +312,9 @@ function stream_csv(array $parts): void
     foreach ($parts as ['file' => $file, 'index' => $index]) {
         for ($first = 0; $first < $index['count']; $first += 4096) {
             foreach (index_offsets($index, $first, 4096) as $offset) {
-                foreach (fragment_items(row_lines($file, $offset)) as [$kind, $cells]) {
+                $lines = row_lines($file, $offset);
+                $cells = csv_cells($lines);
+                foreach ($cells !== null ? [['row', $cells]] : fragment_items($lines) as [$kind, $cells]) {
                     if ($kind !== 'row') {
                         continue;
                     }

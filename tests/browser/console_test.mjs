@@ -197,6 +197,7 @@ test('a day of a million rows: infected first, any page, a filter, CSV', async (
   const first = await timed('?day=20240320');
   assert.match(first.pager, new RegExp(`^Rows 1–250 of ${infected.length.toLocaleString('en')}`));
   assert.deepEqual(first.rows.slice(0, 3).map((r) => r.slice(1).join(',')), infected.slice(0, 3));
+  await run(() => document.getElementById('day-report').scrollIntoView());
   await screenshot('million-rows', 1280, 1600);
   const late = await timed('?day=20240320&all=1&page=3999');
   assert.match(late.pager, /^Rows 999,501–999,750 of 1,000,000/);
