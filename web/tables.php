@@ -79,6 +79,10 @@ function included_files(string $root, array $includes): array
         $file = $relative === null ? null : open_in_root($root, $relative);
         if ($file !== null) {
             $files[] = $file;
+        } elseif ($relative !== null && @lstat("$root/$relative") === false) {
+            // A day of a range that was never reported adds no rows, as
+            // when the page is included.
+            continue;
         } else {
             $notes[] = "Not shown: $named (only a report.txt under the output root that root wrote is shown)";
         }
