@@ -1,14 +1,15 @@
 <?php
 // The console: the trend of the last days, then the reports of one chosen
-// day and of the latest date range, as scanreport wrote them.
+// day and of the latest date range, as scanreport wrote them, their tables
+// a page at a time and filtered (tables.php, rows.php), or as CSV.
 //
 // The report files carry file, client and virus names from the scan log
 // unchanged, and anyone who can create a file on a scanned machine chooses
 // such a name. So this page never includes "report.php" (it would run any
 // PHP that a name holds) and never passes a fragment on as it is: it reads
 // each file as lines, takes every cell's text out of its line and shows it
-// escaped (fragments.php). It reads only regular files inside the output
-// root (files.php). The Content-Security-Policy below is a second wall:
+// escaped (fragments.php). It reads only regular files that root alone
+// could have written inside the output root (files.php). The Content-Security-Policy below is a second wall:
 // select.js, a file of this site, is the only script that may run.
 declare(strict_types=1);
 
