@@ -86,6 +86,8 @@ install(FILES
   ${PROJECT_SOURCE_DIR}/web/index.php
   ${PROJECT_SOURCE_DIR}/web/files.php
   ${PROJECT_SOURCE_DIR}/web/fragments.php
+  ${PROJECT_SOURCE_DIR}/web/rows.php
+  ${PROJECT_SOURCE_DIR}/web/tables.php
   ${PROJECT_SOURCE_DIR}/web/text.php
   ${PROJECT_SOURCE_DIR}/web/trend.php
   ${PROJECT_SOURCE_DIR}/web/select.js

@@ -130,24 +130,7 @@ function fragment_items(iterable $lines, ?callable $include = null): Generator
     }
 }
 
-// The items of a report.php: its own lines, and in place of each include
-// line the rows of the report.txt it names, once that is checked to be a
-// report.txt inside the output root. A day of a range without rows
-// contributes nothing, as it does when the page is included.
-function report_page_items(string $root, string $page): Generator
-{
-    $include = function (string $named) use ($root): Generator {
-        $real = base_name($named) === 'report.txt' ? root_file($root, $named) : null;
-        if ($real !== null && base_name($real) === 'report.txt') {
-            yield from fragment_items(file_lines($real));
-        } elseif (file_exists($named)) {
-            yield ['text', 'Not shown: ' . $named . ' is not a report.txt under the output root'];
-        }
-    };
-    yield from fragment_items(file_lines($page), $include);
-}
-
-function cell_html(array $cell): string
+function cell_html(array $cell, ?string $href = null): string
 {
     $tag = $cell['tag'];
     $html = '<' . $tag;
@@ -165,13 +148,19 @@ function cell_html(array $cell): string
     $content = $cell['box'] !== null
         ? '<input type="checkbox" id="' . attr($cell['box']) . '">'
         : text($cell['text']);
+    if ($href !== null) {
+        $content = '<a class="filter" href="' . attr($href) . '">' . $content . '</a>';
+    }
     return $html . '>' . $content . "</$tag>";
 }
 
-// Writes the items as tables; returns whether it wrote anything.
-function render_items(iterable $items): bool
+// Writes the items as tables; returns whether it wrote anything. $link,
+// when given, maps a table's caption and a row's cells to a link for the
+// row's second cell, or null.
+function render_items(iterable $items, ?callable $link = null): bool
 {
     $open = false;
+    $caption = '';
     $rows = 0;
     $start = function () use (&$open, &$rows): void {
         echo $open ? "</table>\n" : '', "<table class=\"report\">\n";
@@ -179,12 +168,16 @@ function render_items(iterable $items): bool
     };
     foreach ($items as [$kind, $value]) {
         if ($kind === 'table' || !$open) {
+            $caption = '';
             $start();
         }
         if ($kind === 'caption' && $rows === 0) {
+            $caption = $value;
             echo '<caption>', text($value), "</caption>\n";
         } elseif ($kind === 'row') {
-            echo '<tr>', implode('', array_map('cell_html', $value)), "</tr>\n";
+            $href = $link === null ? null : $link($caption, $value);
+            echo '<tr>', implode('', array_map(fn (array $cell, int $i): string =>
+                cell_html($cell, $i === 1 ? $href : null), $value, array_keys($value))), "</tr>\n";
         } elseif ($kind !== 'table') {
             echo '<tr class="loose"><td colspan="9">', text($value), "</td></tr>\n";
         }

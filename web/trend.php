@@ -38,11 +38,11 @@ function atoi_value(string $text): int
 }
 
 // The result counts of one summary.txt; keys it lacks count 0.
-function summary_counts(string $real): array
+function summary_counts(array $file): array
 {
     $counts = array_fill_keys(array_keys(CLEAN_SERIES + INFECTED_SERIES), 0);
     $in_summary = false;
-    foreach (file_lines($real) as $line) {
+    foreach (file_lines($file) as $line) {
         if ($line === '') {
             continue;
         }
@@ -64,6 +64,28 @@ function summary_counts(string $real): array
     return $counts;
 }
 
+// A summary's counts, kept in the console's cache: a full scan's day has
+// a summary of megabytes, and the chart reads a month of them.
+function cached_counts(array $file): array
+{
+    $stat = $file['stat'];
+    $dir = cache_dir();
+    $path = "$dir/counts-{$stat['dev']}-{$stat['ino']}-{$stat['size']}-{$stat['mtime']}";
+    $cached = $dir === null ? null : open_cached($path);
+    $keys = array_keys(CLEAN_SERIES + INFECTED_SERIES);
+    if ($cached !== null && $cached['count'] === count($keys)) {
+        $values = unpack('q*', (string) fread($cached['handle'], 8 * count($keys)));
+        fclose($file['handle']);
+        return array_combine($keys, array_values($values));
+    }
+    $counts = summary_counts($file);
+    $temp = $dir === null ? false : @tempnam($dir, 'build-');
+    if ($temp !== false && file_put_contents($temp, pack('q*', ...array_values($counts))) !== false) {
+        rename($temp, $path);
+    }
+    return $counts;
+}
+
 // A date typed by the reader (yyyy-mm-dd or yyyymmdd) as yyyymmdd, or null.
 function typed_day(mixed $typed): ?string
 {
@@ -81,7 +103,8 @@ function shift_day(string $day, int $by): string
 }
 
 // The days the chart covers: the reader's from and to, else the 30 days
-// that end with the latest report; at most MAX_TREND_DAYS.
+// that end with the latest report served; at most MAX_TREND_DAYS, and none
+// after today.
 function trend_days(array $query, array $report_days): array
 {
     $latest = $report_days === [] ? date('Ymd') : end($report_days);
@@ -90,6 +113,8 @@ function trend_days(array $query, array $report_days): array
     if ($from > $to) {
         [$from, $to] = [$to, $from];
     }
+    $to = min($to, date('Ymd'));
+    $from = min($from, $to);
     $from = max($from, shift_day($to, 1 - MAX_TREND_DAYS));
     $days = [];
     for ($day = $from; $day <= $to; $day = shift_day($day, 1)) {
@@ -103,8 +128,8 @@ function trend_counts(string $root, array $days): array
 {
     $counts = [];
     foreach ($days as $day) {
-        $real = root_file($root, "$root/traffic/$day/summary.txt");
-        $counts[$day] = $real === null ? null : summary_counts($real);
+        $file = past_day($day) ? open_in_root($root, "traffic/$day/summary.txt") : null;
+        $counts[$day] = $file === null ? null : cached_counts($file);
     }
     return $counts;
 }

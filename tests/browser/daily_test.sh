@@ -2,9 +2,9 @@
 # The nightly helper run end to end into the test output root with the test
 # build of the program. What it leaves, with a range report, hand-written
 # summaries and planted files, is what console_test.mjs shows.
-#   daily_test.sh HELPER PROGRAM ROOT
+#   daily_test.sh HELPER PROGRAM ROOT GEN_SCANLOG
 set -euo pipefail
-helper=$1 program=$2 root=$3
+helper=$1 program=$2 root=$3 gen_scanlog=$4
 data=$(cd "$(dirname "$0")/data" && pwd)
 case $root in */browser/output-root/) ;; *) echo "refusing to empty $root" >&2 && exit 2 ;; esac
 outside=${root%/}-outside
@@ -55,6 +55,24 @@ mkfifo "$planted/fifo/report.txt" "$planted/summary.htm"
 printf '<?php include("%s") ?>\n' "$outside/report.txt" "$planted/linked/report.txt" \
   "$planted/fifo/report.txt" "${root}traffic/20240301/../../../output-root-outside/report.txt" >"$planted/report.php"
 printf '%s\n' '<table>' '<tr>' "<td align='left'>cut short" 'a line <b id=x> of its own' >"$planted/quarantine.htm"
+
+# A full scan's day of a million rows, from a generated log.
+"$gen_scanlog" --days 1 --lines 1000000 --start 20240320 --seed 7 --output "$outside/big.log"
+mkdir "$root/traffic/20240320" && "$program" "$outside/big.log" 20240320
+# Days the console refuses: a pipe and a sparse 4 GiB file as report.php,
+# a day directory of another user's, one its group may write, a future one.
+mkdir "$root/traffic/20240318" "$root/traffic/20240319" "$root/traffic/20240321" \
+  "$root/traffic/20240322" "$root/traffic/20991230"
+mkfifo "$root/traffic/20240318/report.php" "$root/traffic/20240318/summary.htm"
+truncate -s 4G "$root/traffic/20240319/report.php"
+chown nobody "$root/traffic/20240321" && chmod g+w "$root/traffic/20240322"
+cp "$data/summaries/20240310.txt" "$root/traffic/20991230/summary.txt"
+# The race: a day directory and a link to a directory whose summary.htm
+# links to /etc/passwd trade places while the console reads the day.
+mkdir "$root/traffic/20240317" "$outside/swapped"
+cp "$root/traffic/20240301/summary.htm" "$root/traffic/20240317/"
+ln -s /etc/passwd "$outside/swapped/summary.htm"
+ln -s "$outside/swapped" "$root/traffic/swapped"
 
 echo "daily helper: $passed passed, $failed failed"
 ((failed == 0))
