@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr size_t kFileBatchSize = 1 << 16;
-
 // The tally key of a record, or null for an INFECTED record whose action is
 // none of the four known ones, and for an unknown result.
 const char* result_key(const ScanRecord& r) {
