@@ -28,9 +28,9 @@ void merge(Tables& t, const std::string& bytes) {
 void check_doubled(const CountTable& once, const CountTable& twice) {
   check(once.size() == twice.size());
   for (const auto& [name, count] : once) {
-    auto found = twice.find(name);
-    check(found != twice.end());
-    check(static_cast<uint32_t>(found->second) ==
+    const RankedEntry* found = twice.find(name);
+    check(found != nullptr);
+    check(static_cast<uint32_t>(found->count) ==
           static_cast<uint32_t>(count) * 2u);
   }
 }

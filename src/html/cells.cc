@@ -14,8 +14,14 @@ void write_row_opening(OutputFile& out, bool& shade, int32_t number) {
   out.end_line();
 }
 
-void write_text_cell(OutputFile& out, const std::string& text) {
+void write_text_cell(OutputFile& out, std::string_view text) {
   out << "<td align='left'>" << text << "</td>";
+  out.end_line();
+}
+
+void write_date_time_cell(OutputFile& out, std::string_view date,
+                          std::string_view time) {
+  out << "<td align='left'>" << date << '/' << time << "</td>";
   out.end_line();
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "io/output_file.h"
 
@@ -14,7 +15,11 @@
 void write_row_opening(OutputFile& out, bool& shade, int32_t number);
 
 // "<td align='left'>", `text` as it is, "</td>".
-void write_text_cell(OutputFile& out, const std::string& text);
+void write_text_cell(OutputFile& out, std::string_view text);
+
+// The text cell of `date`, "/" and `time`.
+void write_date_time_cell(OutputFile& out, std::string_view date,
+                          std::string_view time);
 
 // A cell showing the base name of `path`, with the full path as its title.
 void write_path_cell(OutputFile& out, const std::string& path);

@@ -42,7 +42,7 @@ void write_quarantine_rows(LineReader& log, OutputFile& page,
   for_each_record_of_day(log, report_date, line, [&](const ScanRecord& r) {
     if (!is_quarantined_infection(r)) return;
     write_row_opening(page, shade, row_number++);
-    write_text_cell(page, *r.date + "/" + *r.time);
+    write_date_time_cell(page, *r.date, *r.time);
     write_text_cell(page, *r.client);
     write_path_cell(page, *r.file);
     write_text_cell(page, *r.virus);

@@ -12,8 +12,7 @@
 void write_report_page_head(OutputFile& php, DateStamp start_date,
                             DateStamp end_date, bool is_range);
 
-// The include line of one day of a range.
-// It ends with a line feed but is not flushed.
+// The include line of one day of a range, ending with a line feed.
 void write_range_day_include(OutputFile& php, DateStamp day);
 
 // The include line of a single day's rows, with two slashes in a row before

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "html/cells.h"
 #include "log/day_records.h"
@@ -33,12 +34,14 @@ bool has_fields_for_row(const ScanRecord& r) {
 
 void write_row(OutputFile& out, const ScanRecord& r, int32_t row_number) {
   write_row_opening(out, row_shade, row_number);
-  write_text_cell(out, *r.date + "/" + *r.time);
+  write_date_time_cell(out, *r.date, *r.time);
   write_text_cell(out, *r.client);
   write_path_cell(out, *r.file);
   write_text_cell(out, *r.result);
-  write_text_cell(out, r.virus ? *r.virus : r.remark ? *r.remark : "-");
-  write_text_cell(out, r.action ? *r.action : "-");
+  write_text_cell(out, r.virus    ? std::string_view(*r.virus)
+                       : r.remark ? std::string_view(*r.remark)
+                                  : "-");
+  write_text_cell(out, r.action ? std::string_view(*r.action) : "-");
   if (r.quarantine) {
     write_path_cell(out, *r.quarantine);
   } else {

@@ -21,8 +21,10 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "io/output_paths.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -35,17 +37,12 @@ int open_name(int dir, const char* name, int flags) {
   how.flags = static_cast<unsigned>(flags);
   how.mode = (flags & O_CREAT) != 0 ? 0666 : 0;
   how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
-  long fd;
-  do {
-    fd = syscall(SYS_openat2, dir, name, &how, sizeof how);
-  } while (fd < 0 && errno == EINTR);
+  const long fd = retry_interrupted(
+      [&] { return syscall(SYS_openat2, dir, name, &how, sizeof how); });
   if (fd >= 0 || (errno != ENOSYS && errno != EPERM)) {
     return static_cast<int>(fd);
   }
-  do {
-    fd = openat(dir, name, flags, 0666);
-  } while (fd < 0 && errno == EINTR);
-  return static_cast<int>(fd);
+  return open_file_at(dir, name, flags, 0666).release();
 }
 
 // As sshd's StrictModes judges a home directory: whoever else may write
@@ -57,15 +54,12 @@ bool is_trusted_directory(int fd) {
          (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-// Moves `dir` down into the directory `name`, closing the one it leaves.
-int enter(int dir, const char* name) {
-  int next = open_name(dir, name, O_RDONLY | O_DIRECTORY);
-  close(dir);
-  if (next >= 0 && !is_trusted_directory(next)) {
-    close(next);
-    return -1;
-  }
-  return next;
+// Moves `dir` down into the directory `name`, closing the one it leaves;
+// `dir` holds nothing when that directory cannot be entered.
+void enter(FileDescriptor& dir, const char* name) {
+  FileDescriptor next(open_name(dir.get(), name, O_RDONLY | O_DIRECTORY));
+  if (next.is_open() && !is_trusted_directory(next.get())) next.reset();
+  dir = std::move(next);
 }
 
 }  // namespace
@@ -73,34 +67,23 @@ int enter(int dir, const char* name) {
 int open_beneath_root(const char* path, int flags) {
   const size_t root_length = std::strlen(OUTPUT_ROOT);
   if (std::strncmp(path, OUTPUT_ROOT, root_length) != 0) return -1;
-  int dir;
-  do {
-    dir = open(OUTPUT_ROOT, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  } while (dir < 0 && errno == EINTR);
-  if (dir >= 0 && !is_trusted_directory(dir)) {
-    close(dir);
-    return -1;
-  }
+  FileDescriptor dir = open_file(OUTPUT_ROOT, O_RDONLY | O_DIRECTORY);
+  if (dir.is_open() && !is_trusted_directory(dir.get())) return -1;
   std::string_view rest(path + root_length);
-  while (dir >= 0) {
+  while (dir.is_open()) {
     rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
     const std::string_view name = rest.substr(0, rest.find('/'));
     rest.remove_prefix(name.size());
     const bool last = rest.find_first_not_of('/') == rest.npos;
     if (name.empty() || name.size() >= kNameSize || name == "." ||
         name == "..") {
-      close(dir);
       return -1;
     }
     char text[kNameSize];
     name.copy(text, name.size());
     text[name.size()] = '\0';
-    if (last) {
-      const int fd = open_name(dir, text, flags);
-      close(dir);
-      return fd;
-    }
-    dir = enter(dir, text);
+    if (last) return open_name(dir.get(), text, flags);
+    enter(dir, text);
   }
   return -1;
 }

@@ -1,12 +1,11 @@
 // Output files are opened with open(2) rather than std::ofstream so that a
 // symbolic link, named pipe or device planted where a report belongs is
 // refused: the tool runs as root inside a web tree that others may be able
-// to write to.
+// to write to. One fixed buffer per open file keeps the write calls few
+// and the memory of a run independent of the size of what it writes.
 #include "io/output_file.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <charconv>
 
@@ -16,28 +15,13 @@ OutputFile::~OutputFile() { close(); }
 
 bool OutputFile::open(const char* path) {
   close();
-  fd_ = open_regular_file(path, O_WRONLY | O_CREAT);
-  if (fd_ < 0) return false;
+  FileDescriptor fd(open_regular_file(path, O_WRONLY | O_CREAT));
   // Emptied only once it is known to be a plain file.
-  int result;
-  do {
-    result = ftruncate(fd_, 0);
-  } while (result != 0 && errno == EINTR);
-  if (result != 0) {
-    ::close(fd_);
-    fd_ = -1;
-  }
-  return fd_ >= 0;
-}
-
-OutputFile& OutputFile::operator<<(std::string_view text) {
-  if (fd_ >= 0) pending_.append(text);
-  return *this;
-}
-
-OutputFile& OutputFile::operator<<(char c) {
-  if (fd_ >= 0) pending_.push_back(c);
-  return *this;
+  if (!fd.is_open() || !fd.truncate(0)) return false;
+  fd_ = std::move(fd);
+  buffer_ = std::make_unique_for_overwrite<char[]>(kOutputBufferSize);
+  used_ = 0;
+  return true;
 }
 
 OutputFile& OutputFile::operator<<(int32_t number) {
@@ -47,25 +31,27 @@ OutputFile& OutputFile::operator<<(int32_t number) {
   return *this << std::string_view(digits, end - digits);
 }
 
-void OutputFile::end_line() {
-  *this << '\n';
+// Text that does not fit what is left of the buffer: the buffer is
+// written, then the text is buffered, or written at once when it is as
+// large as the buffer.
+OutputFile& OutputFile::append_slow(std::string_view text) {
+  if (buffer_ == nullptr) return *this;
   flush();
+  if (text.size() >= kOutputBufferSize) {
+    fd_.write_all(text.data(), text.size());
+    return *this;
+  }
+  return *this << text;
 }
 
 void OutputFile::flush() {
-  size_t done = 0;
-  while (fd_ >= 0 && done < pending_.size()) {
-    ssize_t n = ::write(fd_, pending_.data() + done, pending_.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;  // a full disk loses the rest, as a stream would
-    done += static_cast<size_t>(n);
-  }
-  pending_.clear();
+  if (buffer_ != nullptr && used_ > 0) fd_.write_all(buffer_.get(), used_);
+  used_ = 0;
 }
 
 void OutputFile::close() {
-  if (fd_ < 0) return;
+  if (!fd_.is_open()) return;
   flush();
-  ::close(fd_);
-  fd_ = -1;
+  fd_.reset();
+  buffer_.reset();
 }

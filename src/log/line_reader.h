@@ -9,7 +9,7 @@
 #include <memory>
 #include <string_view>
 
-#include "log/mapped_window.h"
+#include "sys/file_descriptor.h"
 
 inline constexpr int LOG_LINE_SIZE = 2048;
 
@@ -20,23 +20,20 @@ class LineReader {
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
-  // Opens `path` for reading; false when it cannot be opened. The reader
-  // looks at the log through a window of `window_size` bytes: a mapping of
-  // the file when it is a regular file that can be mapped, otherwise the
-  // block that each read(2) fills (a pipe, a device, a file that mapping
-  // refuses). 0 chooses the default of each, which suits the page cache.
-  // Lines are the same whatever the window and however it is filled: tests
-  // make it small so that lines straddle windows with small inputs.
+  // Opens `path` for reading; false when it cannot be opened. The log is
+  // read with read(2) into one block of `block_size` bytes (0: the
+  // default), reused from block to block, whatever the file is: a regular
+  // file, a pipe, a device. Lines are the same whatever the block size:
+  // tests make it small so that lines straddle blocks with small inputs.
   //
-  // A log cut while it is mapped (truncated in place by a rotation) never
-  // ends the process with SIGBUS: the log ends where the file now ends.
-  // Should the cut fall on the very line being read at that moment, the
-  // line's lost tail may read as NUL bytes.
-  bool open(const char* path, size_t window_size = 0);
+  // A log that grows while it is read is read on. A log cut while it is
+  // read (truncated in place by a rotation) ends where the file then ends
+  // once the reader reads past what it holds: the lines of the block in
+  // hand are read as they stood when it was read, and a read that finds
+  // the end of the file ends the log for good, so what is written into
+  // the emptied file afterwards is not read.
+  bool open(const char* path, size_t block_size = 0);
   void close();
-
-  // Whether the log is looked at through mappings rather than read(2).
-  bool is_mapped() const { return mapped_; }
 
   // Reads the next line into `buf` (LOG_LINE_SIZE bytes) and returns
   // !failed(). Exactly as std::istream::getline(buf, LOG_LINE_SIZE):
@@ -52,10 +49,10 @@ class LineReader {
   //   empty text.
   bool getline(char* buf);
 
-  // The whole lines that the current window holds from the read position
-  // on, line feeds included: a view into the reader's window, valid until
+  // The whole lines that the current block holds from the read position
+  // on, line feeds included: a view into the reader's block, valid until
   // the next getline or close. Empty once eof() or failed() is set, and
-  // when the window holds no further line feed (getline then reads on).
+  // when the block holds no further line feed (getline then reads on).
   // Nothing is consumed.
   std::string_view buffered_lines();
 
@@ -69,20 +66,12 @@ class LineReader {
 
  private:
   bool refill();
-  bool map_next_window();
-  bool read_next_window();
-  bool window_cut(bool ask_size);
 
-  int fd_ = -1;
-  size_t window_size_ = 0;
-  bool mapped_ = false;
-  bool cut_ = false;
-  MappedWindow mapping_;
-  off_t window_offset_ = 0;  // where the mapped window starts in the file
-  std::unique_ptr<char[]> buffer_;  // what read(2) fills
-  const char* window_ = nullptr;
-  size_t pos_ = 0;
-  size_t end_ = 0;
+  FileDescriptor fd_;
+  size_t block_size_ = 0;
+  std::unique_ptr<char[]> block_;
+  size_t pos_ = 0;  // the read position in the block
+  size_t end_ = 0;  // how much of the block the last read filled
   bool eof_ = false;
   bool failed_ = false;
 };

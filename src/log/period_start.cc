@@ -2,7 +2,7 @@
 // the loop that decides how fast a report for a recent day can be made.
 //
 // Lines of the usual shape are judged where they lie in the reader's
-// window, a whole window at a time, without being copied. Any other line,
+// block, a whole block at a time, without being copied again. Any other line,
 // and the line at the period start, is read with getline and cut by
 // line_date, so that the line handed on and the reader's state are
 // exactly those of a plain getline loop.
@@ -194,9 +194,9 @@ inline uint64_t line_feed_word(const char* p) {
 #endif
 }
 
-// The hardware fetches ahead only within a page, so a mapped log would be
-// waited for at every page boundary; asking for the bytes a page ahead
-// keeps the memory busy while the lines are judged.
+// The hardware fetches ahead only within a page, so bytes that have left
+// the cache would be waited for at every page boundary; asking for the
+// bytes a page ahead keeps the memory busy while the lines are judged.
 constexpr ptrdiff_t kFetchAhead = 4096;
 
 // Passes over the lines at the front of `lines` (whole lines) that have

@@ -14,6 +14,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 struct ScanRecord {
   // Parses `line` (NUL-terminated, only read, never referenced afterwards).
@@ -35,7 +36,8 @@ struct ScanRecord {
 
 // Whether `text` is present and equals `keyword` without regard to ASCII
 // case, as every keyword of the log (results, actions) is compared.
-bool keyword_is(const std::optional<std::string>& text, const char* keyword);
+bool keyword_is(const std::optional<std::string>& text,
+                std::string_view keyword);
 
 // Overwrites the blanks and tabs at the end of `line` with NUL and returns
 // the first non-blank character of the same buffer.

@@ -6,53 +6,119 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
+#include <iterator>
 #include <utility>
+
+uint32_t CountTable::hash_of(std::string_view name) {
+  const uint64_t hash = std::hash<std::string_view>{}(name);
+  return static_cast<uint32_t>(hash ^ (hash >> 32));
+}
+
+const RankedEntry* CountTable::find(std::string_view name) const {
+  if (slots_.empty()) return nullptr;
+  const uint32_t hash = hash_of(name);
+  const size_t mask = slots_.size() - 1;
+  for (size_t i = hash & mask;; i = (i + 1) & mask) {
+    const Slot& slot = slots_[i];
+    if (slot.index_plus_one == 0) return nullptr;
+    const RankedEntry& found = entries_[slot.index_plus_one - 1];
+    if (slot.hash == hash && found.name == name) return &found;
+  }
+}
+
+template <typename MakeName>
+RankedEntry& CountTable::entry(std::string_view name, MakeName make_name) {
+  if (2 * (entries_.size() + 1) > slots_.size()) grow();
+  const uint32_t hash = hash_of(name);
+  const size_t mask = slots_.size() - 1;
+  size_t i = hash & mask;
+  for (;; i = (i + 1) & mask) {
+    const Slot& slot = slots_[i];
+    if (slot.index_plus_one == 0) break;
+    RankedEntry& found = entries_[slot.index_plus_one - 1];
+    if (slot.hash == hash && found.name == name) return found;
+  }
+  entries_.push_back(RankedEntry{make_name(), 0});
+  slots_[i] = Slot{static_cast<uint32_t>(entries_.size()), hash};
+  return entries_.back();
+}
+
+// Doubles the index; the slots keep their hashes, so no name is read.
+void CountTable::grow() {
+  std::vector<Slot> old = std::move(slots_);
+  slots_.assign(old.empty() ? 16 : old.size() * 2, Slot{});
+  const size_t mask = slots_.size() - 1;
+  for (const Slot& slot : old) {
+    if (slot.index_plus_one == 0) continue;
+    size_t i = slot.hash & mask;
+    while (slots_[i].index_plus_one != 0) i = (i + 1) & mask;
+    slots_[i] = slot;
+  }
+}
+
+std::vector<RankedEntry> CountTable::take_entries() {
+  slots_.clear();
+  return std::exchange(entries_, {});
+}
 
 namespace {
 
-// Adds `n` to the entry of `name`, inserting make_name() when it is new.
-template <typename MakeName>
-void add_to_entry(CountTable& table, std::string_view name, int32_t n,
-                  MakeName make_name) {
-  auto it = table.lower_bound(name);
-  if (it != table.end() && it->first == name) {
-    it->second = static_cast<int32_t>(static_cast<uint32_t>(it->second) +
-                                      static_cast<uint32_t>(n));
-  } else {
-    table.emplace_hint(it, make_name(), n);
-  }
+void add_to(RankedEntry& entry, int32_t n) {
+  entry.count = static_cast<int32_t>(static_cast<uint32_t>(entry.count) +
+                                     static_cast<uint32_t>(n));
 }
 
 }  // namespace
 
 void add_count(CountTable& table, std::string_view name, int32_t n) {
-  add_to_entry(table, name, n, [name] { return std::string(name); });
+  add_to(table.entry(name, [name] { return std::string(name); }), n);
 }
 
 void add_count_owned(CountTable& table, std::string&& name, int32_t n) {
-  add_to_entry(table, name, n, [&name] { return std::move(name); });
+  const std::string_view view = name;
+  add_to(table.entry(view, [&name] { return std::move(name); }), n);
 }
 
 int32_t lookup_count(const CountTable& table, std::string_view name) {
-  auto it = table.find(name);
-  return it == table.end() ? -1 : it->second;
+  const RankedEntry* found = table.find(name);
+  return found == nullptr ? -1 : found->count;
 }
 
 void init_summary_tally(SummaryTally& tally) {
   static constexpr const char* kResultKeys[] = {
       "acterror", "clean", "cured",    "deleted",
       "denied",   "error", "excluded", "quarantined"};
-  for (const char* key : kResultKeys) tally.try_emplace(key, 0);
+  for (const char* key : kResultKeys) add_count(tally, key, 0);
 }
 
+namespace {
+
+bool name_before(const RankedEntry& a, const RankedEntry& b) {
+  return a.name < b.name;
+}
+
+}  // namespace
+
 void ranked_list_from_table(CountTable& table, RankedList& list) {
-  list.reserve(list.size() + table.size());
-  // Moving names out node by node keeps the peak memory near one copy of
-  // them, even for a day with a million distinct files.
-  while (!table.empty()) {
-    auto node = table.extract(table.begin());
-    list.push_back(RankedEntry{std::move(node.key()), node.mapped()});
+  RankedList entries = table.take_entries();
+  std::sort(entries.begin(), entries.end(), name_before);
+  if (list.empty()) {
+    list = std::move(entries);
+  } else {
+    std::move(entries.begin(), entries.end(), std::back_inserter(list));
   }
+}
+
+std::vector<const RankedEntry*> entries_in_key_order(const CountTable& table) {
+  std::vector<const RankedEntry*> entries;
+  entries.reserve(table.size());
+  for (const RankedEntry& entry : table) entries.push_back(&entry);
+  std::sort(entries.begin(), entries.end(),
+            [](const RankedEntry* a, const RankedEntry* b) {
+              return name_before(*a, *b);
+            });
+  return entries;
 }
 
 namespace {

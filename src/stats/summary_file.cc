@@ -34,7 +34,9 @@ void write_ranked_section(OutputFile& out, const RankedList& list,
 void write_tally_section(OutputFile& out, const CountTable& table,
                          const char* title) {
   write_header(out, title);
-  for (const auto& [name, count] : table) write_entry(out, name, count);
+  for (const auto* entry : entries_in_key_order(table)) {
+    write_entry(out, entry->name, entry->count);
+  }
 }
 
 }  // namespace
