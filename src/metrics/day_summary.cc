@@ -15,6 +15,7 @@
 
 #include "io/regular_file.h"
 #include "stats/summary_file.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ struct Parser {
       return refuse("the Summary section is not the eight result keys");
     }
     ++keys_seen;
-    tally.emplace(std::string(name), count);
+    add_count(tally, name, count);
     return true;
   }
 
@@ -90,12 +91,11 @@ struct Parser {
 
 // Feeds each line of `fd` to `parser`; false once it refuses one, a line
 // is longer than any the writer makes, or a read fails.
-bool parse_lines(int fd, Parser& parser) {
+bool parse_lines(const FileDescriptor& fd, Parser& parser) {
   std::string line;
   std::array<char, 65536> block;
   for (;;) {
-    const ssize_t got = read(fd, block.data(), block.size());
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = fd.read(block.data(), block.size());
     if (got < 0) return parser.refuse("read failed");
     if (got == 0) return parser.finish(line.empty());
     std::string_view rest(block.data(), static_cast<size_t>(got));
@@ -117,15 +117,13 @@ bool parse_lines(int fd, Parser& parser) {
 }  // namespace
 
 bool read_day_summary(const char* path, DaySummary& out, std::string& error) {
-  const int fd = open_regular_file(path, O_RDONLY);
-  if (fd < 0) {
+  const FileDescriptor fd(open_regular_file(path, O_RDONLY));
+  if (!fd.is_open()) {
     error = "cannot be opened as a regular file of root's";
     return false;
   }
   Parser parser;
-  const bool read = parse_lines(fd, parser);
-  close(fd);
-  if (!read) {
+  if (!parse_lines(fd, parser)) {
     error = parser.error;
     return false;
   }

@@ -18,6 +18,7 @@
 
 #include "log/date.h"
 #include "metrics/label_value.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -90,17 +91,6 @@ std::optional<int64_t> local_day_start(DateStamp day) {
   return static_cast<int64_t>(start);
 }
 
-bool write_all(int fd, const std::string& text) {
-  size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t n = write(fd, text.data() + written, text.size() - written);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    written += static_cast<size_t>(n);
-  }
-  return true;
-}
-
 // Writes `text` to the temporary in `dir`, flushed to disk, and renames
 // it to kFileName; the temporary is gone whatever happens.
 bool replace_file(int dir, const std::string& text, std::string& error) {
@@ -108,16 +98,16 @@ bool replace_file(int dir, const std::string& text, std::string& error) {
     error = std::string("cannot remove ") + kTemporaryName;
     return false;
   }
-  const int fd =
-      openat(dir, kTemporaryName,
-             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-  if (fd < 0) {
+  FileDescriptor fd = open_file_at(
+      dir, kTemporaryName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0644);
+  if (!fd.is_open()) {
     error = std::string("cannot create ") + kTemporaryName;
     return false;
   }
   // The exporter's account reads it, whatever the caller's umask.
-  bool done = fchmod(fd, 0644) == 0 && write_all(fd, text) && fsync(fd) == 0;
-  done = close(fd) == 0 && done;
+  bool done = fchmod(fd.get(), 0644) == 0 &&
+              fd.write_all(text.data(), text.size()) && fsync(fd.get()) == 0;
+  done = close(fd.release()) == 0 && done;
   done = done && renameat(dir, kTemporaryName, dir, kFileName) == 0;
   if (!done) {
     error = std::string("cannot write ") + kFileName + ": " + strerror(errno);
