@@ -1,0 +1,256 @@
+// A run holds the lock for its whole length, finds the log's files once
+// (their descriptors pin them against a rotation during the run), and
+// makes its days oldest first. Each day's lines go into a file without a
+// name in the state directory, which the kernel removes however the run
+// ends, and the report drivers read it as they would read the log.
+//
+// The state advances only over days that are settled, written or beyond
+// recovery (gone, skipped), and only without a gap: a day that failed,
+// or a run killed half-way, is made again, whole, by the next run.
+#include "nightly/nightly_run.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "io/beneath_root.h"
+#include "io/output_paths.h"
+#include "nightly/day_input.h"
+#include "nightly/log_files.h"
+#include "nightly/nightly_state.h"
+#include "report/quarantine_report.h"
+#include "report/scan_report.h"
+
+namespace {
+
+enum class Result { kWritten, kCut, kGone, kFailed };
+
+std::string day_text(DateStamp day) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%08d", static_cast<int>(day));
+  return text;
+}
+
+DateStamp previous_day(DateStamp day) {
+  using namespace std::chrono;
+  const year_month_day date{year{day / 10000},
+                            month{static_cast<unsigned>(day / 100 % 100)},
+                            std::chrono::day{static_cast<unsigned>(day % 100)}};
+  const year_month_day before{sys_days{date} - days{1}};
+  return static_cast<DateStamp>(static_cast<int>(before.year()) * 10000 +
+                                static_cast<int>(unsigned{before.month()}) *
+                                    100 +
+                                static_cast<int>(unsigned{before.day()}));
+}
+
+bool only_root_writes(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// Makes the day's directory, root's with mode 0755, or accepts one that
+// is already root's alone (made by an earlier run). One that anybody else
+// owns or may write into is never written into.
+bool make_day_directory(DateStamp day, std::string& error) {
+  const int traffic = open_beneath_root(TRAFFIC_DIR, O_RDONLY | O_DIRECTORY);
+  if (traffic < 0 || !only_root_writes(traffic)) {
+    error =
+        std::string(TRAFFIC_DIR) + " is not a directory only root may write";
+    if (traffic >= 0) close(traffic);
+    return false;
+  }
+  const std::string name = day_text(day);
+  const bool made = mkdirat(traffic, name.c_str(), 0755) == 0;
+  const int saved_errno = errno;
+  const int dir = openat(traffic, name.c_str(),
+                         O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  close(traffic);
+  if (!made && saved_errno != EEXIST) {
+    error = "cannot make its directory: " + std::string(strerror(saved_errno));
+  } else if (dir < 0) {
+    error = std::string(TRAFFIC_DIR) + name + " is not a directory of its own";
+  } else if (made && (fchown(dir, 0, 0) != 0 || fchmod(dir, 0755) != 0)) {
+    error = "cannot give its directory owner root and mode 0755";
+  } else if (!only_root_writes(dir)) {
+    error = std::string(TRAFFIC_DIR) + name +
+            " was not made by this run's kind: it is not root's alone";
+  }
+  if (dir >= 0) close(dir);
+  return error.empty();
+}
+
+// A file for the day's lines that no other process can reach by a name.
+int open_private_file(const std::string& dir) {
+  int fd = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return fd;
+  std::string name = dir + "/day.XXXXXX";
+  fd = mkostemp(name.data(), O_CLOEXEC);
+  if (fd >= 0) (void)unlink(name.c_str());
+  return fd;
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) {
+    text += (text.empty() ? "" : ", ") + name;
+  }
+  return text.empty() ? "no file" : text;
+}
+
+Result make_day(const std::vector<LogFile>& files, DateStamp day,
+                const NightlySettings& settings, const Say& say,
+                const Say& complain, int64_t& lines_left_out) {
+  const std::string text = day_text(day);
+  const DayFiles chosen = choose_day_files(files, day);
+  if (chosen.gone) {
+    complain(text + " is gone: the oldest line the logs still hold is of " +
+             day_text(chosen.oldest_date) + "; nothing written for it");
+    return Result::kGone;
+  }
+  std::string error;
+  const int input = open_private_file(settings.state_dir);
+  if (input < 0) {
+    complain(text + " not written: no private file in " + settings.state_dir +
+             ": " + strerror(errno));
+    return Result::kFailed;
+  }
+  const DayInput read =
+      write_day_input(files, chosen.first, chosen.last, day, input);
+  if (!read.error.empty() || !make_day_directory(day, error)) {
+    complain(text +
+             " not written: " + (read.error.empty() ? error : read.error));
+    close(input);
+    return Result::kFailed;
+  }
+  const std::string path = "/proc/self/fd/" + std::to_string(input);
+  const bool written = run_scan_report(path.c_str(), day, 0) == 0 &&
+                       run_quarantine_report(path.c_str(), day) == 0;
+  close(input);
+  if (!written) {
+    complain(text + " not written: its directory refused the reports");
+    return Result::kFailed;
+  }
+  say("reports of " + text + " written from " + joined(read.files_read) + ": " +
+      std::to_string(read.lines_of_day) + " lines of the day, " +
+      std::to_string(read.infected) + " infected");
+  if (!read.cut) return Result::kWritten;
+  lines_left_out += read.lines_left_out;
+  complain("reports of " + text + " are cut: line " +
+           std::to_string(read.cut_line) + " of " + read.cut_file +
+           " is longer than " + std::to_string(LOG_LINE_SIZE - 1) +
+           " bytes, and they leave out " + std::to_string(read.lines_left_out) +
+           " of the day's lines from there on");
+  return Result::kCut;
+}
+
+// The run's first and last day; false when nothing is due.
+bool plan_days(const NightlySettings& settings, NightlyState& state,
+               DateStamp yesterday, DateStamp& first, DateStamp& last,
+               const Say& say) {
+  if (settings.first_day != 0) {
+    first = settings.first_day;
+    last = settings.last_day;
+    return true;
+  }
+  first = state.last_day != 0 ? next_day(state.last_day) : yesterday;
+  last = yesterday;
+  if (first > last) {
+    say("reports up to " + day_text(state.last_day) +
+        " are made: nothing is due");
+    return false;
+  }
+  if (day_count(first, last) >= CATCH_UP_DAYS) {
+    DateStamp kept = last;
+    for (int i = 1; i < CATCH_UP_DAYS; ++i) kept = previous_day(kept);
+    const DateStamp skipped_last = previous_day(kept);
+    say("skipped " + day_text(first) + " to " + day_text(skipped_last) +
+        ": more than " + std::to_string(CATCH_UP_DAYS) +
+        " days behind; make them by hand with scanreport-daily " +
+        day_text(first) + " " + day_text(skipped_last));
+    state.last_day = skipped_last;
+    first = kept;
+  }
+  return true;
+}
+
+int64_t now_seconds() { return static_cast<int64_t>(time(nullptr)); }
+
+}  // namespace
+
+int run_nightly(const NightlySettings& settings, const Say& say,
+                const Say& complain) {
+  if (settings.log_path.empty() || settings.log_path[0] != '/') {
+    complain("the scan log '" + settings.log_path +
+             "' is not an absolute path: nothing done");
+    return 1;
+  }
+  std::string error;
+  if (!prepare_state_dir(settings.state_dir, error)) {
+    complain(error);
+    return 1;
+  }
+  const int lock = take_lock(
+      settings.state_dir, settings.lock_wait_seconds,
+      [&] { say("waiting for another run to end"); }, error);
+  if (lock < 0) {
+    complain(error);
+    return 1;
+  }
+  NightlyState state;
+  bool all_written = read_state(settings.state_dir, state, error);
+  if (!all_written) complain(error + ": taken as no state");
+
+  const DateStamp yesterday = previous_day(today_stamp());
+  DateStamp first = 0, last = 0;
+  const DateStamp settled_before = state.last_day;
+  if (!plan_days(settings, state, yesterday, first, last, say)) {
+    if (all_written) state.last_success_end = now_seconds();
+    if (!write_state(settings.state_dir, state, error)) complain(error);
+    return all_written ? 0 : 1;
+  }
+  std::vector<LogFile> files;
+  if (!open_log_files(settings.log_path, files, error) || files.empty()) {
+    complain(error.empty() ? "no scan log " + settings.log_path +
+                                 " nor any rotated file of it: nothing done"
+                           : error);
+    if (state.last_day != settled_before)
+      write_state(settings.state_dir, state, error);
+    return 1;
+  }
+  state.lines_left_out = 0;
+  bool without_gap = true;
+  for (DateStamp day = first; day <= last; day = next_day(day)) {
+    const Result result =
+        make_day(files, day, settings, say, complain, state.lines_left_out);
+    all_written = all_written && result == Result::kWritten;
+    const bool settled = result != Result::kFailed;
+    without_gap = without_gap && settled;
+    const bool follows = state.last_day == 0 || day <= next_day(state.last_day);
+    if (without_gap && follows && day <= yesterday && day > state.last_day) {
+      state.last_day = day;
+    }
+    // Here, after each day, the state holds the newest day settled and the
+    // lines the run's cut days left out.
+    if (!write_state(settings.state_dir, state, error)) {
+      complain(error);
+      all_written = false;
+    }
+  }
+  close_log_files(files);
+  if (all_written) {
+    state.last_success_end = now_seconds();
+    if (!write_state(settings.state_dir, state, error)) {
+      complain(error);
+      all_written = false;
+    }
+  }
+  return all_written ? 0 : 1;
+}
