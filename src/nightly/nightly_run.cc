@@ -2,7 +2,8 @@
 // (their descriptors pin them against a rotation during the run), and
 // makes its days oldest first. Each day's lines go into a file without a
 // name in the state directory, which the kernel removes however the run
-// ends, and the report drivers read it as they would read the log.
+// ends, and the report drivers, in a child process as in a run of the
+// program, read it as they would read the log.
 //
 // The state advances only over days that are settled, written or beyond
 // recovery (gone, skipped), and only without a gap: a day that failed,
@@ -12,6 +13,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -81,7 +83,7 @@ bool make_day_directory(DateStamp day, std::string& error) {
     error = "cannot give its directory owner root and mode 0755";
   } else if (!only_root_writes(dir)) {
     error = std::string(TRAFFIC_DIR) + name +
-            " was not made by this run's kind: it is not root's alone";
+            " is not root's alone: not writing there";
   }
   if (dir >= 0) close(dir);
   return error.empty();
@@ -95,6 +97,25 @@ int open_private_file(const std::string& dir) {
   fd = mkostemp(name.data(), O_CLOEXEC);
   if (fd >= 0) (void)unlink(name.c_str());
   return fd;
+}
+
+// Both reports of the day, made in a child process: the report table's
+// row colour lives as long as the process, as in a run of the program, so
+// that each day's first row has the colour it has there.
+bool run_reports(int input, DateStamp day) {
+  const std::string path = "/proc/self/fd/" + std::to_string(input);
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool written = run_scan_report(path.c_str(), day, 0) == 0 &&
+                         run_quarantine_report(path.c_str(), day) == 0;
+    _exit(written ? 0 : 1);
+  }
+  int status = 0;
+  if (child < 0) return false;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 std::string joined(const std::vector<std::string>& names) {
@@ -130,9 +151,7 @@ Result make_day(const std::vector<LogFile>& files, DateStamp day,
     close(input);
     return Result::kFailed;
   }
-  const std::string path = "/proc/self/fd/" + std::to_string(input);
-  const bool written = run_scan_report(path.c_str(), day, 0) == 0 &&
-                       run_quarantine_report(path.c_str(), day) == 0;
+  const bool written = run_reports(input, day);
   close(input);
   if (!written) {
     complain(text + " not written: its directory refused the reports");
