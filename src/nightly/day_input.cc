@@ -27,7 +27,7 @@ namespace {
 
 enum class Phase { kSearch, kDay, kCountLeftOut, kDone };
 
-constexpr size_t kFlushAt = 64 * 1024;
+constexpr size_t kFlushAt = size_t{64} * 1024;
 
 struct Gatherer {
   DateStamp day;

@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr size_t kBlockSize = 64 * 1024;
+constexpr size_t kBlockSize = size_t{64} * 1024;
 
 const char* tool_name(Compression compression) {
   switch (compression) {

@@ -19,8 +19,8 @@ constexpr const char* kName = "scanreport-daily";
 constexpr const char* kUsage = "usage: scanreport-daily [yyyymmdd [yyyymmdd]]";
 
 void print(std::FILE* stream, const std::string& line) {
-  std::fprintf(stream, "%s: %s\n", kName, line.c_str());
-  std::fflush(stream);
+  (void)std::fprintf(stream, "%s: %s\n", kName, line.c_str());
+  (void)std::fflush(stream);
 }
 
 [[noreturn]] void refuse(const std::string& message) {

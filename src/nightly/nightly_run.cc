@@ -36,7 +36,7 @@ enum class Result { kWritten, kCut, kGone, kFailed };
 
 std::string day_text(DateStamp day) {
   char text[16];
-  std::snprintf(text, sizeof text, "%08d", static_cast<int>(day));
+  (void)std::snprintf(text, sizeof text, "%08d", static_cast<int>(day));
   return text;
 }
 
@@ -104,7 +104,7 @@ int open_private_file(const std::string& dir) {
 // that each day's first row has the colour it has there.
 bool run_reports(int input, DateStamp day) {
   const std::string path = "/proc/self/fd/" + std::to_string(input);
-  std::fflush(nullptr);
+  (void)std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
     const bool written = run_scan_report(path.c_str(), day, 0) == 0 &&
@@ -202,6 +202,70 @@ bool plan_days(const NightlySettings& settings, NightlyState& state,
 
 int64_t now_seconds() { return static_cast<int64_t>(time(nullptr)); }
 
+struct Run {
+  const NightlySettings& settings;
+  const Say& say;
+  const Say& complain;
+  NightlyState state;
+  DateStamp yesterday = 0;
+  bool all_written = true;
+
+  // Saves the state after each day and at the end of the run: the one
+  // place where the newest day settled, the end of the last successful run
+  // and the lines that the run's cut days left out are all known.
+  void save() {
+    std::string error;
+    if (!write_state(settings.state_dir, state, error)) {
+      complain(error);
+      all_written = false;
+    }
+  }
+
+  void make_days(const std::vector<LogFile>& files, DateStamp first,
+                 DateStamp last) {
+    state.lines_left_out = 0;
+    bool without_gap = true;
+    for (DateStamp day = first; day <= last; day = next_day(day)) {
+      const Result result =
+          make_day(files, day, settings, say, complain, state.lines_left_out);
+      all_written = all_written && result == Result::kWritten;
+      without_gap = without_gap && result != Result::kFailed;
+      const bool follows =
+          state.last_day == 0 || day <= next_day(state.last_day);
+      if (without_gap && follows && day <= yesterday && day > state.last_day) {
+        state.last_day = day;
+      }
+      save();
+    }
+  }
+
+  // The run once it holds the lock.
+  int run() {
+    std::string error;
+    if (!read_state(settings.state_dir, state, error)) {
+      complain(error + ": taken as no state");
+      all_written = false;
+    }
+    yesterday = previous_day(today_stamp());
+    DateStamp first = 0, last = 0;
+    if (plan_days(settings, state, yesterday, first, last, say)) {
+      std::vector<LogFile> files;
+      if (open_log_files(settings.log_path, files, error) && !files.empty()) {
+        make_days(files, first, last);
+      } else {
+        complain(error.empty() ? "no scan log " + settings.log_path +
+                                     " nor any rotated file of it"
+                               : error);
+        all_written = false;
+      }
+      close_log_files(files);
+    }
+    if (all_written) state.last_success_end = now_seconds();
+    save();
+    return all_written ? 0 : 1;
+  }
+};
+
 }  // namespace
 
 int run_nightly(const NightlySettings& settings, const Say& say,
@@ -216,6 +280,7 @@ int run_nightly(const NightlySettings& settings, const Say& say,
     complain(error);
     return 1;
   }
+  // Held until the process ends.
   const int lock = take_lock(
       settings.state_dir, settings.lock_wait_seconds,
       [&] { say("waiting for another run to end"); }, error);
@@ -223,53 +288,6 @@ int run_nightly(const NightlySettings& settings, const Say& say,
     complain(error);
     return 1;
   }
-  NightlyState state;
-  bool all_written = read_state(settings.state_dir, state, error);
-  if (!all_written) complain(error + ": taken as no state");
-
-  const DateStamp yesterday = previous_day(today_stamp());
-  DateStamp first = 0, last = 0;
-  const DateStamp settled_before = state.last_day;
-  if (!plan_days(settings, state, yesterday, first, last, say)) {
-    if (all_written) state.last_success_end = now_seconds();
-    if (!write_state(settings.state_dir, state, error)) complain(error);
-    return all_written ? 0 : 1;
-  }
-  std::vector<LogFile> files;
-  if (!open_log_files(settings.log_path, files, error) || files.empty()) {
-    complain(error.empty() ? "no scan log " + settings.log_path +
-                                 " nor any rotated file of it: nothing done"
-                           : error);
-    if (state.last_day != settled_before)
-      write_state(settings.state_dir, state, error);
-    return 1;
-  }
-  state.lines_left_out = 0;
-  bool without_gap = true;
-  for (DateStamp day = first; day <= last; day = next_day(day)) {
-    const Result result =
-        make_day(files, day, settings, say, complain, state.lines_left_out);
-    all_written = all_written && result == Result::kWritten;
-    const bool settled = result != Result::kFailed;
-    without_gap = without_gap && settled;
-    const bool follows = state.last_day == 0 || day <= next_day(state.last_day);
-    if (without_gap && follows && day <= yesterday && day > state.last_day) {
-      state.last_day = day;
-    }
-    // Here, after each day, the state holds the newest day settled and the
-    // lines the run's cut days left out.
-    if (!write_state(settings.state_dir, state, error)) {
-      complain(error);
-      all_written = false;
-    }
-  }
-  close_log_files(files);
-  if (all_written) {
-    state.last_success_end = now_seconds();
-    if (!write_state(settings.state_dir, state, error)) {
-      complain(error);
-      all_written = false;
-    }
-  }
-  return all_written ? 0 : 1;
+  Run run{settings, say, complain, {}};
+  return run.run();
 }

@@ -107,11 +107,12 @@ bool read_state(const std::string& dir, NightlyState& state,
 bool write_state(const std::string& dir, const NightlyState& state,
                  std::string& error) {
   char text[160];
-  std::snprintf(text, sizeof text,
-                "last_day=%08d\nlast_success_end=%lld\nlines_left_out=%lld\n",
-                static_cast<int>(state.last_day),
-                static_cast<long long>(state.last_success_end),
-                static_cast<long long>(state.lines_left_out));
+  (void)std::snprintf(
+      text, sizeof text,
+      "last_day=%08d\nlast_success_end=%lld\nlines_left_out=%lld\n",
+      static_cast<int>(state.last_day),
+      static_cast<long long>(state.last_success_end),
+      static_cast<long long>(state.lines_left_out));
   const std::string path = dir + "/" + kStateName;
   std::string temporary = path + ".XXXXXX";
   const int fd = mkostemp(temporary.data(), O_CLOEXEC);
