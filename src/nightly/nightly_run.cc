@@ -283,7 +283,7 @@ int run_nightly(const NightlySettings& settings, const Say& say,
   // Held until the process ends.
   const int lock = take_lock(
       settings.state_dir, settings.lock_wait_seconds,
-      [&] { say("waiting for another run to end"); }, error);
+      [&] { complain("waiting for another run to end"); }, error);
   if (lock < 0) {
     complain(error);
     return 1;

@@ -89,8 +89,9 @@ bool read_state(const std::string& dir, NightlyState& state,
     }
     const std::string key = line.substr(0, equals);
     if (key == "last_day") {
+      // 00000000: no day settled yet.
       state.last_day = parse_date_arg(line.substr(equals + 1).c_str());
-      day_seen = state.last_day != 0;
+      day_seen = state.last_day != 0 || value == 0;
     } else if (key == "last_success_end") {
       state.last_success_end = value;
     } else if (key == "lines_left_out") {
