@@ -17,6 +17,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 #include "log/period_start.h"
@@ -124,8 +126,15 @@ void find_first_date(LogFile& file) {
 
 }  // namespace
 
-bool open_log_files(const std::string& log_path, std::vector<LogFile>& files,
-                    std::string& error) {
+bool open_log_files(const std::string& configured_path,
+                    std::vector<LogFile>& files, std::string& error) {
+  // The administrator's path may be a link to where the engine writes; the
+  // rotated files lie beside the file it leads to. Links among the rotated
+  // names are not followed.
+  char resolved[PATH_MAX];
+  const std::string log_path =
+      realpath(configured_path.c_str(), resolved) != nullptr ? resolved
+                                                             : configured_path;
   const size_t slash = log_path.rfind('/');
   const std::string dir_path = slash == 0 ? "/" : log_path.substr(0, slash);
   const std::string live = log_path.substr(slash + 1);

@@ -12,8 +12,9 @@
 #include "log/line_reader.h"
 #include "nightly/rotated_logs.h"
 
-// Opens the live log `log_path` (absolute) and every rotated predecessor
-// in its directory, ordered oldest first, each with its first_date found.
+// Opens the live log `log_path` (absolute; a link to it is followed) and
+// every rotated predecessor in its directory, ordered oldest first, each
+// with its first_date found.
 // Only regular files are opened, without following a link and without
 // waiting on a pipe; another kind of file under a rotated name is listed
 // as unreadable, as is a compressed file whose tool is not installed or

@@ -92,7 +92,9 @@ bool make_day_directory(DateStamp day, std::string& error) {
 // A file for the day's lines that no other process can reach by a name.
 int open_private_file(const std::string& dir) {
   int fd = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-  if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR)) return fd;
+  if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
+    return fd;
+  }
   std::string name = dir + "/day.XXXXXX";
   fd = mkostemp(name.data(), O_CLOEXEC);
   if (fd >= 0) (void)unlink(name.c_str());

@@ -78,6 +78,9 @@ build scan.log.3.gz=1-38 scan.log.2.gz=39-95 scan.log.1=96-141 scan.log=142-174
 check "the journal line says what was read" \
   'run "$work/log/scan.log" 20240306 && grep -qx "scanreport-daily: reports of 20240306 written from scan.log.2.gz, scan.log.1: 46 lines of the day, 7 infected" "$work/out"'
 
+check "a link to the log finds the rotated files beside the log" \
+  'ln -s "$work/log/scan.log" "$work/link.log" && run "$work/link.log" 20240306 && grep -q "from scan.log.2.gz, scan.log.1:" "$work/out"'
+
 # A day rotated away: nothing written, one line, failure.
 rm "$work/log/scan.log.3.gz"
 fresh_root && fresh_state
