@@ -5,7 +5,9 @@
 // log ends on the way. So the day's input is exactly that stretch, cut
 // out of the joined files with the program's own date rules (line_date
 // for the search, ScanRecord for the walk): it holds no more than one day,
-// and the drivers read it as they would read the whole log.
+// and the drivers read it as they would read the whole log. One thing
+// differs on purpose: a line too long for the reader that lies before the
+// day is passed over, so that it hides no later day.
 //
 // The program's reader stops for good at a line longer than its buffer.
 // Lines here are read in full, whatever their length, so that the lines of
@@ -79,8 +81,12 @@ struct Gatherer {
 
   void search(const std::string& file, const LogLine& line, bool ended) {
     if (line.too_long) {
-      // The search ends on the failed read and the walk starts from the
-      // line's stored head, which gets a row when it is of the day.
+      // A long line before the day is passed over like any line before
+      // it: in the log never rotated it would end the reading for every
+      // later day, but it is no part of this one. One of the day or after
+      // it ends the search on the failed read, and the walk starts from
+      // the line's stored head, which gets a row when it is of the day.
+      if (line_date(stored(line)) < day) return;
       keep(line, false);
       walk(stored(line));
       begin_cut(file, line);

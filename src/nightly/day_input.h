@@ -30,9 +30,12 @@ struct DayInput {
 // (oldest first, as choose_day_files gives them) joined in order, from
 // the line where the program's search for the day stops to the line where
 // its walk over the day stops. The report drivers, run on `out`, then
-// write byte for byte the reports that they write from the whole log,
-// never rotated. A rotated file's last line without a line feed is
-// taken as ended; only the newest file's last line stands as it is.
+// write byte for byte the reports that they write from the whole log
+// never rotated, but for one thing: a line too long for the reader that
+// lies before the day, which would end the reading of every later day,
+// is passed over like the other lines before it. A rotated file's last
+// line without a line feed is taken as ended; only the newest file's last
+// line stands as it is.
 DayInput write_day_input(const std::vector<LogFile>& files, size_t first,
                          size_t last, DateStamp day, int out);
 

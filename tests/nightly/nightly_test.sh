@@ -124,8 +124,10 @@ long=$work/long.log
 reference "$long" "$work/reference-long"
 sample=$long build scan.log.2.gz=1-95 scan.log.1=96-142 scan.log=143-175
 fresh_root && fresh_state
-check "a day cut at a long line fails" '! run "$work/log/scan.log" 20240306'
+check "a day cut at a long line fails" '! run "$work/log/scan.log" 20240306 20240307'
 check "its reports are the program's" 'diff -r "$work/reference-long/20240306" "$root/traffic/20240306"'
+check "the next day is whole: the long line is no part of it" \
+  'diff -r "$work/reference/20240307" "$root/traffic/20240307"'
 check "and the journal says where and how many lines are left out" \
   '[[ $(cat "$work/err") == "scanreport-daily: reports of 20240306 are cut: line 16 of scan.log.1 is longer than 2047 bytes, and they leave out 32 of the day'"'"'s lines from there on" ]]'
 check "the state keeps the count" 'grep -qx lines_left_out=32 "$work/state/state"'
