@@ -66,13 +66,21 @@ build() {
   done
 }
 
+# Layouts of the sample log, then of each log that a `log FILE` line names.
+log=$sample ref=$work/reference
 while read -r name files; do
   [[ -z $name || $name == \#* ]] && continue
-  build $files
+  if [[ $name == log ]]; then
+    log=$here/$files ref=$work/reference-$files
+    reference "$log" "$ref"
+    continue
+  fi
+  sample=$log build $files
   fresh_root && fresh_state
   check "$name: exit status 0" 'run "$work/log/scan.log" 20240304 20240307'
   check "$name: one line per day" '[[ $(grep -c "^scanreport-daily: reports of 2024030[4-7] written from" "$work/out") == 4 && ! -s $work/err ]]'
-  check "$name: every report as from the log never rotated" 'same_as "$work/reference"'
+  check "$name: every report as from the log never rotated" \
+    'same_as "$ref"'
 done <"$here/layouts"
 build scan.log.3.gz=1-38 scan.log.2.gz=39-95 scan.log.1=96-141 scan.log=142-174
 check "the journal line says what was read" \
