@@ -109,9 +109,10 @@ bool run_reports(int input, DateStamp day) {
   (void)std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    const bool written = run_scan_report(path.c_str(), day, 0) == 0 &&
-                         run_quarantine_report(path.c_str(), day) == 0;
-    _exit(written ? 0 : 1);
+    // Each report is tried, as one run of the program each would be.
+    const bool scan = run_scan_report(path.c_str(), day, 0) == 0;
+    const bool quarantine = run_quarantine_report(path.c_str(), day) == 0;
+    _exit(scan && quarantine ? 0 : 1);
   }
   int status = 0;
   if (child < 0) return false;
