@@ -42,7 +42,7 @@ endif()
 install(FILES ${SCANREPORT_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
 # The tool creates no directories. The package brings the two fixed ones;
-# the day directories under traffic/ are made by whoever schedules runs.
+# the day directories under traffic/ are made by the nightly run.
 set(SCANREPORT_SKELETON ${PROJECT_BINARY_DIR}/output-root-skeleton)
 string(REGEX REPLACE "/$" "" SCANREPORT_ROOT_DIR "${SCANREPORT_OUTPUT_ROOT}")
 file(MAKE_DIRECTORY ${SCANREPORT_SKELETON}/traffic ${SCANREPORT_SKELETON}/range)
@@ -53,6 +53,8 @@ install(DIRECTORY ${SCANREPORT_SKELETON}/traffic ${SCANREPORT_SKELETON}/range
 # The nightly run. Paths are fixed when the package is built, as the
 # output root is compiled into the program.
 set(SCANREPORT_SBIN_DIR ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SBINDIR})
+set(SCANREPORT_NIGHTLY_PROGRAM
+    ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBEXECDIR}/scanreport/scanreport-nightly)
 set(SCANREPORT_WEB_DIR ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/scanreport/web)
 set(SCANREPORT_PACKAGING ${PROJECT_SOURCE_DIR}/packaging)
 set(SCANREPORT_CONFIGURED ${PROJECT_BINARY_DIR}/packaging)
@@ -75,6 +77,10 @@ install(FILES ${SCANREPORT_CONFIGURED}/scanreport-daily.service
         DESTINATION lib/systemd/system)
 install(FILES ${SCANREPORT_CONFIGURED}/default/scanreport
         DESTINATION /etc/default)
+# The nightly run's state and lock: root's, readable by all (the state
+# says which day was made last, for monitoring), written by root alone.
+install(DIRECTORY DESTINATION /var/lib/scanreport
+        DIRECTORY_PERMISSIONS ${SCANREPORT_DIRECTORY_MODE})
 install(FILES ${SCANREPORT_CONFIGURED}/apache2/scanreport.conf
         DESTINATION /etc/apache2/conf-available)
 install(FILES ${SCANREPORT_CONFIGURED}/nginx/scanreport.conf
@@ -121,8 +127,10 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 # Depends is computed from the libraries the program really links.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# gzip (essential) reads rotated logs ending in .gz; the others' tools are
+# needed only where the rotation compresses with them.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS
-    "apache2 | nginx, libapache2-mod-php | php-fpm, prometheus-node-exporter")
+    "apache2 | nginx, libapache2-mod-php | php-fpm, prometheus-node-exporter, xz-utils, zstd, bzip2")
 # The settings and the web-server snippet are the administrator's to edit;
 # the timer is enabled the Debian way (see packaging/debian/postinst).
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

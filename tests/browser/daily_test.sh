@@ -2,14 +2,15 @@
 # The nightly helper run end to end into the test output root with the test
 # build of the program. What it leaves, with a range report, hand-written
 # summaries and planted files, is what console_test.mjs shows.
-#   daily_test.sh HELPER PROGRAM ROOT GEN_SCANLOG
+#   daily_test.sh HELPER NIGHTLY PROGRAM ROOT GEN_SCANLOG
 set -euo pipefail
-helper=$1 program=$2 root=$3 gen_scanlog=$4
+helper=$1 nightly=$2 program=$3 root=$4 gen_scanlog=$5
 data=$(cd "$(dirname "$0")/data" && pwd)
 case $root in */browser/output-root/) ;; *) echo "refusing to empty $root" >&2 && exit 2 ;; esac
 outside=${root%/}-outside
 rm -rf "$root" "$outside" && mkdir -p "$root/traffic" "$root/range" "$outside"
-export SCANREPORT_DEFAULTS=$outside/default SCANREPORT_PROGRAM=$program SCANREPORT_ROOT=$root
+export SCANREPORT_DEFAULTS=$outside/default SCANREPORT_NIGHTLY=$nightly
+export SCANREPORT_STATE_DIR=$outside/state
 passed=0 failed=0
 check() { if eval "$2"; then ((++passed)); else ((++failed)) && echo "FAIL: $1" >&2; fi; } # name, test
 
@@ -27,7 +28,9 @@ check "refuses a day directory that is a link" \
 rm "$root/traffic/20240303"
 
 # A run by hand waits while another run holds the lock.
-exec 9<"$root/traffic"
+lock=$SCANREPORT_STATE_DIR/lock
+mkdir -p -m 0755 "$SCANREPORT_STATE_DIR" && [[ -e $lock ]] || (umask 077 && : >"$lock")
+exec 9<"$lock"
 flock 9
 "$helper" 20240301 20240302 >"$outside/run.out" 2>"$outside/run.err" &
 for _ in {1..100}; do grep -q waiting "$outside/run.err" && break || sleep 0.1; done

@@ -7,11 +7,11 @@
 # virus names are single series, ScanreportInfections fires for the
 # infected host only, and ScanreportDayCut for a cut day. Ports
 # 127.0.0.1:19010-19012; every process started here is stopped by its pid.
-#   fleet_test.sh HELPER PROGRAM METRICS_PROGRAM ROOT
+#   fleet_test.sh HELPER NIGHTLY METRICS_PROGRAM ROOT
 # with PROMTOOL, PROMETHEUS, NODE_EXPORTER, RULES and DASHBOARD in the
 # environment.
 set -euo pipefail
-helper=$1 program=$2 metrics_program=$3 root=$4
+helper=$1 nightly=$2 metrics_program=$3 root=$4
 data=$(cd "$(dirname "$0")/data" && pwd)
 case $root in */fleet/output-root/) ;; *) echo "refusing to empty $root" >&2 && exit 2 ;; esac
 readonly prometheus_port=19010 infected_port=19011 clean_port=19012
@@ -30,10 +30,9 @@ check() { if eval "$2"; then ((++passed)); else ((++failed)) && echo "FAIL: $1" 
 # The two hosts' days, written by the helper as the nightly run does.
 umask 022
 rm -rf "$root" && mkdir -p "$root/traffic" "$root/range" "$work/infected" "$work/clean"
-export TZ=UTC SCANREPORT_PROGRAM=$program SCANREPORT_ROOT=$root
-export SCANREPORT_METRICS_PROGRAM=$metrics_program
-export SCANREPORT_DEFAULTS=$work/default
+export TZ=UTC SCANREPORT_NIGHTLY=$nightly SCANREPORT_DEFAULTS=$work/default
 for host in infected clean; do
+  export SCANREPORT_STATE_DIR=$work/state-$host
   day=$([[ $host == infected ]] && echo 20240301 || echo 20240302)
   printf 'SCANREPORT_LOG=%s\nSCANREPORT_METRICS_DIR=%s\n' "$data/fleet.log" "$work/$host" >"$SCANREPORT_DEFAULTS"
   check "the helper writes $day and its metrics" '"$helper" "$day" >/dev/null'
