@@ -21,34 +21,50 @@ set(SCANREPORT_DIRECTORY_MODE
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${SCANREPORT_DIRECTORY_MODE})
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${SCANREPORT_DIRECTORY_MODE})
 
-# Manual pages are shipped compressed, as Debian's own are; -n keeps the
-# name and time stamp out so that rebuilds give the same bytes.
-set(SCANREPORT_MAN_SOURCE ${PROJECT_SOURCE_DIR}/doc/scanreport.8)
-find_program(GZIP_EXECUTABLE gzip)
-if(GZIP_EXECUTABLE)
-  set(SCANREPORT_MAN_PAGE ${PROJECT_BINARY_DIR}/doc/scanreport.8.gz)
+# Manual pages and the changelog are shipped compressed, as Debian's own
+# are; -n keeps the name and time stamp out so that rebuilds give the same
+# bytes, and -9 is what lintian expects.
+find_program(GZIP_EXECUTABLE gzip REQUIRED)
+function(scanreport_gzip source target)
   add_custom_command(
-    OUTPUT ${SCANREPORT_MAN_PAGE}
-    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/doc
-    COMMAND ${GZIP_EXECUTABLE} -9 -n -c ${SCANREPORT_MAN_SOURCE} >
-            ${SCANREPORT_MAN_PAGE}
-    DEPENDS ${SCANREPORT_MAN_SOURCE}
-    COMMENT "Compressing the manual page"
+    OUTPUT ${target}
+    COMMAND ${GZIP_EXECUTABLE} -9 -n -c ${source} > ${target}
+    DEPENDS ${source}
     VERBATIM)
-  add_custom_target(scanreport_man_page ALL DEPENDS ${SCANREPORT_MAN_PAGE})
-else()
-  set(SCANREPORT_MAN_PAGE ${SCANREPORT_MAN_SOURCE})
-endif()
+endfunction()
+set(SCANREPORT_MAN_PAGE ${PROJECT_BINARY_DIR}/doc/scanreport.8.gz)
+set(SCANREPORT_CHANGELOG ${PROJECT_BINARY_DIR}/packaging/changelog.gz)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/doc ${PROJECT_BINARY_DIR}/packaging)
+scanreport_gzip(${PROJECT_SOURCE_DIR}/doc/scanreport.8 ${SCANREPORT_MAN_PAGE})
+scanreport_gzip(${PROJECT_SOURCE_DIR}/packaging/debian/changelog
+                ${SCANREPORT_CHANGELOG})
+add_custom_target(scanreport_compressed ALL
+                  DEPENDS ${SCANREPORT_MAN_PAGE} ${SCANREPORT_CHANGELOG})
 install(FILES ${SCANREPORT_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 
-# The tool creates no directories. The package brings the two fixed ones;
-# the day directories under traffic/ are made by the nightly run.
-set(SCANREPORT_SKELETON ${PROJECT_BINARY_DIR}/output-root-skeleton)
+# Every program in sbin (or bin) has a manual page. Those that share
+# scanreport(8), and are named in its NAME section, are listed here and get
+# a link to it; a program that administrators never start by hand goes in
+# lib/scanreport/ instead and needs none.
+set(SCANREPORT_MAN_ALIASES scanreport-daily scanreport-metrics)
+foreach(alias IN LISTS SCANREPORT_MAN_ALIASES)
+  file(CREATE_LINK scanreport.8.gz ${PROJECT_BINARY_DIR}/doc/${alias}.8.gz
+       SYMBOLIC)
+  install(FILES ${PROJECT_BINARY_DIR}/doc/${alias}.8.gz
+          DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+endforeach()
+
+# The copyright (machine-readable, DEP-5) and the changelog, where Debian
+# keeps them for a native package.
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
+              ${SCANREPORT_CHANGELOG}
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The tool creates no directories, and the package ships none under the
+# output root: its postinst makes the root, traffic/ and range/ (root:root,
+# 0755) and nothing removes them, so the reports outlive the package. The
+# day directories under traffic/ are made by the nightly run.
 string(REGEX REPLACE "/$" "" SCANREPORT_ROOT_DIR "${SCANREPORT_OUTPUT_ROOT}")
-file(MAKE_DIRECTORY ${SCANREPORT_SKELETON}/traffic ${SCANREPORT_SKELETON}/range)
-install(DIRECTORY ${SCANREPORT_SKELETON}/traffic ${SCANREPORT_SKELETON}/range
-        DESTINATION ${SCANREPORT_ROOT_DIR}
-        DIRECTORY_PERMISSIONS ${SCANREPORT_DIRECTORY_MODE})
 
 # The nightly run. Paths are fixed when the package is built, as the
 # output root is compiled into the program.
@@ -63,7 +79,8 @@ foreach(pair
     "scanreport-daily.service.in:scanreport-daily.service"
     "default.in:default/scanreport"
     "apache2.conf.in:apache2/scanreport.conf"
-    "nginx.conf.in:nginx/scanreport.conf")
+    "nginx.conf.in:nginx/scanreport.conf"
+    "debian/postinst.in:debian/postinst")
   string(REPLACE ":" ";" pair "${pair}")
   list(GET pair 0 source)
   list(GET pair 1 target)
@@ -110,7 +127,10 @@ install(FILES
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME scanreport)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "scanreport maintainers <root@localhost>")
+# A release sets the address its administrators should write to.
+set(SCANREPORT_MAINTAINER "scanreport maintainers <scanreport@example.org>"
+    CACHE STRING "Maintainer field of the Debian package")
+set(CPACK_PACKAGE_CONTACT "${SCANREPORT_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "report pages from the scan log of an anti-virus engine")
 set(CPACK_PACKAGE_DESCRIPTION
@@ -132,10 +152,10 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS
     "apache2 | nginx, libapache2-mod-php | php-fpm, prometheus-node-exporter, xz-utils, zstd, bzip2")
 # The settings and the web-server snippet are the administrator's to edit;
-# the timer is enabled the Debian way (see packaging/debian/postinst).
+# the timer is enabled the Debian way (see packaging/debian/postinst.in).
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${SCANREPORT_PACKAGING}/debian/conffiles
-    ${SCANREPORT_PACKAGING}/debian/postinst
+    ${SCANREPORT_CONFIGURED}/debian/postinst
     ${SCANREPORT_PACKAGING}/debian/prerm
     ${SCANREPORT_PACKAGING}/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -269,6 +270,9 @@ void EndToEnd::run(const Words& args) {
   // closes, so a refused start is never taken for an exit status.
   int report[2];
   ASSERT_EQ(pipe2(report, O_CLOEXEC), 0);
+  // The child reopens its standard streams, which writes out whatever the
+  // runner had buffered: flushed here, it is written once, by the runner.
+  std::fflush(nullptr);
   const pid_t pid = fork();
   if (pid == 0) {
     // A caller who is not root has real IDs other than 0, which is what the

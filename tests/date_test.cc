@@ -14,6 +14,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -73,16 +74,42 @@ TEST(RangeWalk, EachLocalCalendarDayOnceInEveryZone) {
   tzset();
 }
 
-// The log's date field: three runs of digits joined by single hyphens,
-// ten characters in all, a valid date from 1901 on.
-TEST(LogDateToStamp, ThreeRunsInTenCharacters) {
+// Both date forms accept exactly the real dates from 1901 on: the month
+// lengths, the leap years with their century rule, and the first year.
+TEST(DateForms, RealDatesOnly) {
+  // The log form, from which the argument form is made, and the stamp
+  // that both must give (0: no date).
+  const std::pair<std::string, DateStamp> kDates[] = {
+      {"31-01-2024", 20240131}, {"29-02-2024", 20240229},
+      {"29-02-2023", 0},        {"29-02-2100", 0},
+      {"29-02-2000", 20000229}, {"31-08-2024", 20240831},
+      {"31-04-2024", 0},        {"30-04-2024", 20240430},
+      {"00-01-2024", 0},        {"01-13-2024", 0},
+      {"01-01-1901", 19010101}, {"31-12-1900", 0}};
+  for (const auto& [logged, stamp] : kDates) {
+    const std::string argument =
+        logged.substr(6) + logged.substr(3, 2) + logged.substr(0, 2);
+    EXPECT_EQ(parse_date_arg(argument.c_str()), stamp) << argument;
+    EXPECT_EQ(log_date_to_stamp(logged.c_str()), stamp) << logged;
+  }
+}
+
+// The argument is exactly eight digits; the log's date field is three runs
+// of digits joined by single hyphens, ten characters in all.
+TEST(DateForms, MalformedTexts) {
   EXPECT_EQ(log_date_to_stamp("1-12-02024"), 20241201);
   EXPECT_EQ(log_date_to_stamp("1-1-214748"), 2147480101);
   for (const char* text :
-       {"29-02-2023", "31-12-1900", "2024-01-31", "1-1-2024", "31--1-2024",
-        "-1-01-2024", "1-2-3-2024", "1-1-214749"}) {
+       {"2024013", "202401310", "20240131x", "2024013/", "2024-131", ""}) {
+    EXPECT_EQ(parse_date_arg(text), 0) << text;
+  }
+  for (const char* text :
+       {"2024-01-31", "1-1-2024", "31--1-2024", "-1-01-2024", "1-2-3-2024",
+        "1-2-2024-5", "3a-01-2024", "31/01/2024", "1-1-214749", ""}) {
     EXPECT_EQ(log_date_to_stamp(text), 0) << text;
   }
+  EXPECT_EQ(parse_date_arg(nullptr), 0);
+  EXPECT_EQ(log_date_to_stamp(nullptr), 0);
 }
 
 }  // namespace

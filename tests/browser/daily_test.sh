@@ -3,6 +3,7 @@
 # build of the program. What it leaves, with a range report, hand-written
 # summaries and planted files, is what console_test.mjs shows.
 #   daily_test.sh HELPER NIGHTLY PROGRAM ROOT GEN_SCANLOG
+# shellcheck disable=SC2016,SC2034,SC2015  # check() evals its test text
 set -euo pipefail
 helper=$1 nightly=$2 program=$3 root=$4 gen_scanlog=$5
 data=$(cd "$(dirname "$0")/data" && pwd)
