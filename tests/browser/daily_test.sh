@@ -30,7 +30,8 @@ rm "$root/traffic/20240303"
 
 # A run by hand waits while another run holds the lock.
 lock=$SCANREPORT_STATE_DIR/lock
-mkdir -p -m 0755 "$SCANREPORT_STATE_DIR" && [[ -e $lock ]] || (umask 077 && : >"$lock")
+mkdir -p "$SCANREPORT_STATE_DIR" && chmod 0755 "$SCANREPORT_STATE_DIR"
+[[ -e $lock ]] || (umask 077 && : >"$lock")
 exec 9<"$lock"
 flock 9
 "$helper" 20240301 20240302 >"$outside/run.out" 2>"$outside/run.err" &
