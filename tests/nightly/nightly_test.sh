@@ -43,9 +43,9 @@ reference "$sample" "$work/reference"
 # build LAYOUT-FILES... into $work/log, oldest first by modification time.
 build() {
   rm -rf "$work/log" && mkdir "$work/log"
-  local spec name range time=1700000000
-  for spec in "$@"; do
-    name=${spec%%=*} range=${spec#*=}
+  local part name range time=1700000000
+  for part in "$@"; do
+    name=${part%%=*} range=${part#*=}
     local file=$work/log/$name
     if [[ -n $range ]]; then
       range=${range/-/,}
