@@ -279,10 +279,14 @@ void EndToEnd::run(const Words& args) {
     // program tests. The effective IDs stay root, so the program can be
     // reached and loaded on any machine, even where only root may enter
     // the checkout or the root directory itself.
+    // @SCRATCH@ is entered before anything is created, so that a file the
+    // child makes by a relative name lands where the case compares the
+    // tree, not unseen in the runner's directory (a build tree, or the
+    // checkout in the valgrind stage).
     const char* step = "take the real uid 65534";
-    if (freopen((work_ + "/stdout").c_str(), "a", stdout) &&
+    if (chdir(scratch_.c_str()) == 0 &&
+        freopen((work_ + "/stdout").c_str(), "a", stdout) &&
         freopen((work_ + "/stderr").c_str(), "a", stderr) &&
-        chdir(scratch_.c_str()) == 0 &&
         (!as_nobody ||
          (setgroups(0, nullptr) == 0 && setresgid(kNobody, 0, 0) == 0 &&
           setresuid(kNobody, 0, 0) == 0)) &&
