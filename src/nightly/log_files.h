@@ -11,6 +11,7 @@
 
 #include "log/line_reader.h"
 #include "nightly/rotated_logs.h"
+#include "sys/file_descriptor.h"
 
 // Opens the live log `log_path` (absolute; a link to it is followed) and
 // every rotated predecessor in its directory, ordered oldest first, each
@@ -58,8 +59,9 @@ class LogFileReader {
  private:
   bool refill();
 
+  // The descriptor read: the LogFile's own, or the tool's output.
   int fd_ = -1;
-  bool owns_fd_ = false;
+  FileDescriptor tool_output_;
   pid_t child_ = -1;
   off_t offset_ = 0;
   off_t size_at_start_ = 0;
