@@ -23,6 +23,7 @@
 // Returns false, with `error` set, when the directory cannot be read.
 bool open_log_files(const std::string& log_path, std::vector<LogFile>& files,
                     std::string& error);
+// Closes the files' descriptors now, rather than when the list goes.
 void close_log_files(std::vector<LogFile>& files);
 
 // One line of a log file as the program's reader would meet it: `text`

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -38,6 +39,17 @@ bool parse_number(const std::string& text, int64_t& value) {
   return code == std::errc() && at == end && value >= 0;
 }
 
+// The state file's first 4096 bytes, far more than it ever holds; nullopt
+// when it cannot be opened, errno telling why (ENOENT: there is none).
+std::optional<std::string> read_head(const std::string& path) {
+  const FileDescriptor fd = open_file(path.c_str(), O_RDONLY | O_NOFOLLOW);
+  if (!fd.is_open()) return std::nullopt;
+  std::string text(4096, '\0');
+  const ssize_t got = fd.read(text.data(), text.size());
+  text.resize(got > 0 ? static_cast<size_t>(got) : 0);
+  return text;
+}
+
 }  // namespace
 
 bool prepare_state_dir(const std::string& dir, std::string& error) {
@@ -59,19 +71,13 @@ bool read_state(const std::string& dir, NightlyState& state,
                 std::string& error) {
   state = NightlyState{};
   const std::string path = dir + "/" + kStateName;
-  std::string text(4096, '\0');
-  ssize_t got;
-  {
-    const FileDescriptor fd = open_file(path.c_str(), O_RDONLY | O_NOFOLLOW);
-    if (!fd.is_open()) {
-      if (errno == ENOENT) return true;
-      error = system_error("cannot read " + path);
-      return false;
-    }
-    got = fd.read(text.data(), text.size());
+  const std::optional<std::string> text = read_head(path);
+  if (!text) {
+    if (errno == ENOENT) return true;
+    error = system_error("cannot read " + path);
+    return false;
   }
-  text.resize(got > 0 ? static_cast<size_t>(got) : 0);
-  std::istringstream lines(text);
+  std::istringstream lines(*text);
   std::string line;
   bool day_seen = false;
   while (std::getline(lines, line)) {
