@@ -72,11 +72,12 @@ std::string names(const std::vector<LogFile>& files) {
 TEST(RotatedNames, OldestFirst) {
   // Numbered by number, dated by date, the two kinds merged by time; of a
   // file being compressed, the uncompressed copy.
-  std::vector<LogFile> files = {
-      file("scan.log", 9),           file("scan.log.1", 5),
-      file("scan.log-20240307", 7),  file("scan.log.10.gz", 1),
-      file("scan.log.2.gz", 4),      file("scan.log.2", 3),
-      file("scan.log-2024030612", 6)};
+  const std::pair<const char*, int64_t> found[] = {
+      {"scan.log", 9},           {"scan.log.1", 5},    {"scan.log-20240307", 7},
+      {"scan.log.10.gz", 1},     {"scan.log.2.gz", 4}, {"scan.log.2", 3},
+      {"scan.log-2024030612", 6}};
+  std::vector<LogFile> files;
+  for (const auto& [name, mtime] : found) files.push_back(file(name, mtime));
   order_oldest_first(files);
   EXPECT_EQ(names(files),
             "scan.log.10.gz scan.log.2 scan.log.1 scan.log-2024030612 "

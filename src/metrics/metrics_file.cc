@@ -105,9 +105,9 @@ bool replace_file(int dir, const std::string& text, std::string& error) {
     return false;
   }
   // The exporter's account reads it, whatever the caller's umask.
-  bool done = fchmod(fd.get(), 0644) == 0 &&
-              fd.write_all(text.data(), text.size()) && fsync(fd.get()) == 0;
-  done = close(fd.release()) == 0 && done;
+  bool done =
+      fchmod(fd.get(), 0644) == 0 && fd.write_all(text) && fsync(fd.get()) == 0;
+  done = fd.close() && done;
   done = done && renameat(dir, kTemporaryName, dir, kFileName) == 0;
   if (!done) {
     error = std::string("cannot write ") + kFileName + ": " + strerror(errno);
@@ -200,14 +200,16 @@ int write_metrics_file(const std::string& metrics_dir,
     return fail(error, summary_path + ": " + reason);
   }
   const std::string text = format_metrics(summary, *day_start, outcome);
-  const int dir = open(metrics_dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir < 0) return fail(error, metrics_dir + " is not a directory");
   bool replaced;
   {
+    const FileDescriptor dir =
+        open_file(metrics_dir.c_str(), O_RDONLY | O_DIRECTORY);
+    if (!dir.is_open()) {
+      return fail(error, metrics_dir + " is not a directory");
+    }
     const HeldSignals held;
-    replaced = replace_file(dir, text, reason);
+    replaced = replace_file(dir.get(), text, reason);
   }
-  close(dir);
   if (!replaced) return fail(error, metrics_dir + ": " + reason);
   return 0;
 }

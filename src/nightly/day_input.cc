@@ -16,7 +16,6 @@
 #include "nightly/day_input.h"
 
 #include <errno.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <memory>
@@ -24,6 +23,7 @@
 #include "log/period_start.h"
 #include "log/scan_record.h"
 #include "nightly/log_files.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ constexpr size_t kFlushAt = size_t{64} * 1024;
 
 struct Gatherer {
   DateStamp day;
-  int out;
+  const FileDescriptor* out = nullptr;
   DayInput result;
   Phase phase = Phase::kSearch;
   std::string pending;
@@ -137,17 +137,9 @@ struct Gatherer {
   }
 
   void flush() {
-    size_t done = 0;
-    while (done < pending.size() && result.error.empty()) {
-      const ssize_t wrote =
-          write(out, pending.data() + done, pending.size() - done);
-      if (wrote < 0 && errno == EINTR) continue;
-      if (wrote <= 0) {
-        result.error = std::string("cannot write the day's lines: ") +
-                       std::strerror(errno);
-      } else {
-        done += static_cast<size_t>(wrote);
-      }
+    if (result.error.empty() && !out->write_all(pending)) {
+      result.error =
+          std::string("cannot write the day's lines: ") + std::strerror(errno);
     }
     pending.clear();
   }
@@ -156,11 +148,12 @@ struct Gatherer {
 }  // namespace
 
 DayInput write_day_input(const std::vector<LogFile>& files, size_t first,
-                         size_t last, DateStamp day, int out) {
+                         size_t last, DateStamp day,
+                         const FileDescriptor& out) {
   auto gatherer = std::make_unique<Gatherer>();
   Gatherer& g = *gatherer;
   g.day = day;
-  g.out = out;
+  g.out = &out;
   auto line = std::make_unique<LogLine>();
   for (size_t i = first; i < last && g.phase != Phase::kDone; ++i) {
     const LogFile& file = files[i];

@@ -9,6 +9,7 @@
 
 #include "log/date.h"
 #include "nightly/rotated_logs.h"
+#include "sys/file_descriptor.h"
 
 struct DayInput {
   std::vector<std::string> files_read;
@@ -37,6 +38,6 @@ struct DayInput {
 // line without a line feed is taken as ended; only the newest file's last
 // line stands as it is.
 DayInput write_day_input(const std::vector<LogFile>& files, size_t first,
-                         size_t last, DateStamp day, int out);
+                         size_t last, DateStamp day, const FileDescriptor& out);
 
 #endif  // SCANREPORT_NIGHTLY_DAY_INPUT_H_

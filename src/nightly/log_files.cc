@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "log/period_start.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -54,14 +55,17 @@ std::string tool_path(const char* name) {
 }
 
 // Runs the decompressing tool on `input` and returns the read end of a
-// pipe of its output, or -1.
-int spawn_tool(const std::string& tool, int input, pid_t& child) {
+// pipe of its output; not open when the tool cannot be run.
+FileDescriptor spawn_tool(const std::string& tool, int input, pid_t& child) {
   int out[2];
-  if (pipe2(out, O_CLOEXEC) != 0) return -1;
+  if (pipe2(out, O_CLOEXEC) != 0) return {};
+  FileDescriptor read_end(out[0]);
+  // Once the tool runs, the write end is its own: this one closes here.
+  const FileDescriptor write_end(out[1]);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, write_end.get(), STDOUT_FILENO);
   // -d decompress, -c to standard output, -q (zstd) no progress.
   const bool zstd = tool.ends_with("zstd");
   char* argv[] = {const_cast<char*>(tool.c_str()), const_cast<char*>("-dc"),
@@ -70,13 +74,11 @@ int spawn_tool(const std::string& tool, int input, pid_t& child) {
   const int failed =
       posix_spawn(&child, tool.c_str(), &actions, nullptr, argv, envp);
   posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
   if (failed != 0) {
-    close(out[0]);
     child = -1;
-    return -1;
+    return {};
   }
-  return out[0];
+  return read_end;
 }
 
 // Opens one name of the directory as a LogFile, or says why it cannot.
@@ -88,10 +90,10 @@ LogFile open_entry(int dir, const std::string& name, bool live,
   file.rotated = rotated;
   // O_NONBLOCK: a named pipe planted under a log's name must not hold the
   // run; it is refused below, unread.
-  file.fd = openat(dir, name.c_str(),
-                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  file.fd = open_file_at(dir, name.c_str(),
+                         O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
   struct stat status;
-  if (file.fd < 0 || fstat(file.fd, &status) != 0) {
+  if (!file.fd.is_open() || fstat(file.fd.get(), &status) != 0) {
     file.unreadable = std::strerror(errno);
   } else if (!S_ISREG(status.st_mode)) {
     file.unreadable = "not a regular file";
@@ -99,12 +101,9 @@ LogFile open_entry(int dir, const std::string& name, bool live,
     file.size = status.st_size;
     file.mtime_ns = static_cast<int64_t>(status.st_mtim.tv_sec) * 1000000000 +
                     status.st_mtim.tv_nsec;
-    (void)fcntl(file.fd, F_SETFL, 0);
+    (void)fcntl(file.fd.get(), F_SETFL, 0);
   }
-  if (!file.unreadable.empty() && file.fd >= 0) {
-    close(file.fd);
-    file.fd = -1;
-  }
+  if (!file.unreadable.empty()) file.fd.reset();
   return file;
 }
 
@@ -124,6 +123,39 @@ void find_first_date(LogFile& file) {
   if (!reader.close(error) && file.first_date == 0) file.unreadable = error;
 }
 
+// A listing of `dir` on a descriptor of its own, which closedir closes.
+DIR* open_listing(const FileDescriptor& dir) {
+  FileDescriptor copy(dir.is_open() ? dup(dir.get()) : -1);
+  DIR* listing = copy.is_open() ? fdopendir(copy.get()) : nullptr;
+  if (listing != nullptr) (void)copy.release();
+  return listing;
+}
+
+// Opens the live log `live` and its rotated predecessors in `dir_path`,
+// in the directory's order.
+bool list_log_files(const std::string& dir_path, const std::string& live,
+                    std::vector<LogFile>& files, std::string& error) {
+  const FileDescriptor dir =
+      open_file(dir_path.c_str(), O_RDONLY | O_DIRECTORY);
+  DIR* listing = open_listing(dir);
+  if (listing == nullptr) {
+    error =
+        "cannot read the directory " + dir_path + ": " + std::strerror(errno);
+    return false;
+  }
+  files.clear();
+  while (const dirent* entry = readdir(listing)) {
+    const std::string name = entry->d_name;
+    if (name == live) {
+      files.push_back(open_entry(dir.get(), name, true, {}));
+    } else if (auto rotated = parse_rotated_name(live, name)) {
+      files.push_back(open_entry(dir.get(), name, false, *rotated));
+    }
+  }
+  closedir(listing);
+  return true;
+}
+
 }  // namespace
 
 bool open_log_files(const std::string& configured_path,
@@ -138,35 +170,14 @@ bool open_log_files(const std::string& configured_path,
   const size_t slash = log_path.rfind('/');
   const std::string dir_path = slash == 0 ? "/" : log_path.substr(0, slash);
   const std::string live = log_path.substr(slash + 1);
-  const int dir = open(dir_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  DIR* listing = dir >= 0 ? fdopendir(dup(dir)) : nullptr;
-  if (listing == nullptr) {
-    error =
-        "cannot read the directory " + dir_path + ": " + std::strerror(errno);
-    if (dir >= 0) close(dir);
-    return false;
-  }
-  files.clear();
-  while (const dirent* entry = readdir(listing)) {
-    const std::string name = entry->d_name;
-    if (name == live) {
-      files.push_back(open_entry(dir, name, true, {}));
-    } else if (auto rotated = parse_rotated_name(live, name)) {
-      files.push_back(open_entry(dir, name, false, *rotated));
-    }
-  }
-  closedir(listing);
-  close(dir);
+  if (!list_log_files(dir_path, live, files, error)) return false;
   order_oldest_first(files);
   for (LogFile& file : files) find_first_date(file);
   return true;
 }
 
 void close_log_files(std::vector<LogFile>& files) {
-  for (LogFile& file : files) {
-    if (file.fd >= 0) close(file.fd);
-    file.fd = -1;
-  }
+  for (LogFile& file : files) file.fd.reset();
 }
 
 LogFileReader::~LogFileReader() {
@@ -183,7 +194,7 @@ bool LogFileReader::open(const LogFile& file, std::string& error) {
   size_at_start_ = file.size;
   const char* tool = tool_name(file.rotated.compression);
   if (tool == nullptr) {
-    fd_ = file.fd;
+    fd_ = file.fd.get();
     return true;
   }
   const std::string path = tool_path(tool);
@@ -193,22 +204,23 @@ bool LogFileReader::open(const LogFile& file, std::string& error) {
   }
   // The tool reads the shared descriptor from wherever an earlier reading
   // left it.
-  if (lseek(file.fd, 0, SEEK_SET) != 0 ||
-      (fd_ = spawn_tool(path, file.fd, child_)) < 0) {
+  if (lseek(file.fd.get(), 0, SEEK_SET) != 0 ||
+      !(tool_output_ = spawn_tool(path, file.fd.get(), child_)).is_open()) {
     error = std::string("cannot run ") + path + ": " + std::strerror(errno);
     return false;
   }
-  owns_fd_ = true;
+  fd_ = tool_output_.get();
   return true;
 }
 
 bool LogFileReader::refill() {
   if (at_end_) return false;
-  ssize_t got;
-  do {
-    got = owns_fd_ ? read(fd_, buffer_.data(), buffer_.size())
-                   : pread(fd_, buffer_.data(), buffer_.size(), offset_);
-  } while (got < 0 && errno == EINTR);
+  const ssize_t got =
+      tool_output_.is_open()
+          ? tool_output_.read(buffer_.data(), buffer_.size())
+          : retry_interrupted([&] {
+              return pread(fd_, buffer_.data(), buffer_.size(), offset_);
+            });
   if (got <= 0) {
     at_end_ = true;
     read_failed_ = got < 0;
@@ -253,12 +265,12 @@ bool LogFileReader::next(LogLine& line) {
 bool LogFileReader::close(std::string& error) {
   bool good = true;
   const bool whole = at_end_;
-  if (owns_fd_ && fd_ >= 0) ::close(fd_);
+  const bool piped = tool_output_.is_open();
+  tool_output_.reset();
   if (child_ > 0) {
     // Stopped early, the tool ends on its next write into the closed pipe.
     int status = 0;
-    while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
-    }
+    (void)retry_interrupted([&] { return waitpid(child_, &status, 0); });
     if (whole && !(WIFEXITED(status) && WEXITSTATUS(status) == 0)) {
       error = "its decompressing tool failed";
       good = false;
@@ -268,12 +280,11 @@ bool LogFileReader::close(std::string& error) {
                          : "it was cut while it was read (copytruncate)";
     good = false;
   }
-  if (owns_fd_ && whole && read_failed_) {
+  if (piped && whole && read_failed_) {
     error = "a read failed";
     good = false;
   }
   fd_ = -1;
-  owns_fd_ = false;
   child_ = -1;
   return good;
 }

@@ -11,6 +11,7 @@
 
 #include "log/line_reader.h"
 #include "nightly/rotated_logs.h"
+#include "sys/file_descriptor.h"
 
 // Opens the live log `log_path` (absolute; a link to it is followed) and
 // every rotated predecessor in its directory, ordered oldest first, each
@@ -22,6 +23,7 @@
 // Returns false, with `error` set, when the directory cannot be read.
 bool open_log_files(const std::string& log_path, std::vector<LogFile>& files,
                     std::string& error);
+// Closes the files' descriptors now, rather than when the list goes.
 void close_log_files(std::vector<LogFile>& files);
 
 // One line of a log file as the program's reader would meet it: `text`
@@ -58,8 +60,9 @@ class LogFileReader {
  private:
   bool refill();
 
+  // The descriptor read: the LogFile's own, or the tool's output.
   int fd_ = -1;
-  bool owns_fd_ = false;
+  FileDescriptor tool_output_;
   pid_t child_ = -1;
   off_t offset_ = 0;
   off_t size_at_start_ = 0;

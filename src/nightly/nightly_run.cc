@@ -31,6 +31,7 @@
 #include "nightly/nightly_state.h"
 #include "report/quarantine_report.h"
 #include "report/scan_report.h"
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -64,42 +65,43 @@ bool only_root_writes(int fd) {
 // is already root's alone (made by an earlier run). One that anybody else
 // owns or may write into is never written into.
 bool make_day_directory(DateStamp day, std::string& error) {
-  const int traffic = open_beneath_root(TRAFFIC_DIR, O_RDONLY | O_DIRECTORY);
-  if (traffic < 0 || !only_root_writes(traffic)) {
+  FileDescriptor traffic(
+      open_beneath_root(TRAFFIC_DIR, O_RDONLY | O_DIRECTORY));
+  if (!traffic.is_open() || !only_root_writes(traffic.get())) {
     error =
         std::string(TRAFFIC_DIR) + " is not a directory only root may write";
-    if (traffic >= 0) close(traffic);
     return false;
   }
   const std::string name = day_text(day);
-  const bool made = mkdirat(traffic, name.c_str(), 0755) == 0;
+  const bool made = mkdirat(traffic.get(), name.c_str(), 0755) == 0;
   const int saved_errno = errno;
-  const int dir = openat(traffic, name.c_str(),
-                         O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  close(traffic);
+  const FileDescriptor dir = open_file_at(traffic.get(), name.c_str(),
+                                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  traffic.reset();
   if (!made && saved_errno != EEXIST) {
     error = "cannot make its directory: " + std::string(strerror(saved_errno));
-  } else if (dir < 0) {
+  } else if (!dir.is_open()) {
     error = std::string(TRAFFIC_DIR) + name + " is not a directory of its own";
-  } else if (made && (fchown(dir, 0, 0) != 0 || fchmod(dir, 0755) != 0)) {
+  } else if (made &&
+             (fchown(dir.get(), 0, 0) != 0 || fchmod(dir.get(), 0755) != 0)) {
     error = "cannot give its directory owner root and mode 0755";
-  } else if (!only_root_writes(dir)) {
+  } else if (!only_root_writes(dir.get())) {
     error = std::string(TRAFFIC_DIR) + name +
             " is not root's alone: not writing there";
   }
-  if (dir >= 0) close(dir);
   return error.empty();
 }
 
 // A file for the day's lines that no other process can reach by a name.
-int open_private_file(const std::string& dir) {
-  int fd = open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-  if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
+FileDescriptor open_private_file(const std::string& dir) {
+  FileDescriptor fd = open_file(dir.c_str(), O_TMPFILE | O_RDWR, 0600);
+  if (fd.is_open() ||
+      (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) {
     return fd;
   }
   std::string name = dir + "/day.XXXXXX";
-  fd = mkostemp(name.data(), O_CLOEXEC);
-  if (fd >= 0) (void)unlink(name.c_str());
+  fd.reset(mkostemp(name.data(), O_CLOEXEC));
+  if (fd.is_open()) (void)unlink(name.c_str());
   return fd;
 }
 
@@ -118,8 +120,7 @@ bool run_reports(int input, DateStamp day) {
   }
   int status = 0;
   if (child < 0) return false;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  (void)retry_interrupted([&] { return waitpid(child, &status, 0); });
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
@@ -142,8 +143,8 @@ Result make_day(const std::vector<LogFile>& files, DateStamp day,
     return Result::kGone;
   }
   std::string error;
-  const int input = open_private_file(settings.state_dir);
-  if (input < 0) {
+  const FileDescriptor input = open_private_file(settings.state_dir);
+  if (!input.is_open()) {
     complain(text + " not written: no private file in " + settings.state_dir +
              ": " + strerror(errno));
     return Result::kFailed;
@@ -153,11 +154,9 @@ Result make_day(const std::vector<LogFile>& files, DateStamp day,
   if (!read.error.empty() || !make_day_directory(day, error)) {
     complain(text +
              " not written: " + (read.error.empty() ? error : read.error));
-    close(input);
     return Result::kFailed;
   }
-  const bool written = run_reports(input, day);
-  close(input);
+  const bool written = run_reports(input.get(), day);
   if (!written) {
     complain(text + " not written: its directory refused the reports");
     return Result::kFailed;
@@ -314,14 +313,15 @@ int run_nightly(const NightlySettings& settings, const Say& say,
     complain(error);
     return 1;
   }
-  // Held until the process ends.
-  const int lock = take_lock(
+  FileDescriptor lock = take_lock(
       settings.state_dir, settings.lock_wait_seconds,
       [&] { complain("waiting for another run to end"); }, error);
-  if (lock < 0) {
+  if (!lock.is_open()) {
     complain(error);
     return 1;
   }
+  // Handed to the process: held until it ends, output flushed and all.
+  (void)lock.release();
   Run run{settings, say, complain, {}};
   return run.run();
 }

@@ -15,8 +15,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <thread>
+
+#include "sys/file_descriptor.h"
 
 namespace {
 
@@ -36,15 +39,15 @@ bool parse_number(const std::string& text, int64_t& value) {
   return code == std::errc() && at == end && value >= 0;
 }
 
-bool write_all(int fd, const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t wrote = write(fd, text.data() + done, text.size() - done);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) return false;
-    done += static_cast<size_t>(wrote);
-  }
-  return true;
+// The state file's first 4096 bytes, far more than it ever holds; nullopt
+// when it cannot be opened, errno telling why (ENOENT: there is none).
+std::optional<std::string> read_head(const std::string& path) {
+  const FileDescriptor fd = open_file(path.c_str(), O_RDONLY | O_NOFOLLOW);
+  if (!fd.is_open()) return std::nullopt;
+  std::string text(4096, '\0');
+  const ssize_t got = fd.read(text.data(), text.size());
+  text.resize(got > 0 ? static_cast<size_t>(got) : 0);
+  return text;
 }
 
 }  // namespace
@@ -68,17 +71,13 @@ bool read_state(const std::string& dir, NightlyState& state,
                 std::string& error) {
   state = NightlyState{};
   const std::string path = dir + "/" + kStateName;
-  const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) {
+  const std::optional<std::string> text = read_head(path);
+  if (!text) {
     if (errno == ENOENT) return true;
     error = system_error("cannot read " + path);
     return false;
   }
-  std::string text(4096, '\0');
-  const ssize_t got = read(fd, text.data(), text.size());
-  close(fd);
-  text.resize(got > 0 ? static_cast<size_t>(got) : 0);
-  std::istringstream lines(text);
+  std::istringstream lines(*text);
   std::string line;
   bool day_seen = false;
   while (std::getline(lines, line)) {
@@ -116,58 +115,54 @@ bool write_state(const std::string& dir, const NightlyState& state,
       static_cast<long long>(state.lines_left_out));
   const std::string path = dir + "/" + kStateName;
   std::string temporary = path + ".XXXXXX";
-  const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) {
+  FileDescriptor fd(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!fd.is_open()) {
     error = system_error("cannot write the state into " + dir);
     return false;
   }
-  bool done = fchmod(fd, 0644) == 0 && write_all(fd, text) && fsync(fd) == 0;
-  done = close(fd) == 0 && done;
+  bool done =
+      fchmod(fd.get(), 0644) == 0 && fd.write_all(text) && fsync(fd.get()) == 0;
+  done = fd.close() && done;
   done = done && rename(temporary.c_str(), path.c_str()) == 0;
   if (!done) {
     error = system_error("cannot write " + path);
     (void)unlink(temporary.c_str());
     return false;
   }
-  const int dir_fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir_fd >= 0) {
-    (void)fsync(dir_fd);
-    close(dir_fd);
-  }
+  const FileDescriptor dir_fd = open_file(dir.c_str(), O_RDONLY | O_DIRECTORY);
+  if (dir_fd.is_open()) (void)fsync(dir_fd.get());
   return true;
 }
 
-int take_lock(const std::string& dir, int wait_seconds,
-              const std::function<void()>& waiting, std::string& error) {
+FileDescriptor take_lock(const std::string& dir, int wait_seconds,
+                         const std::function<void()>& waiting,
+                         std::string& error) {
   const std::string path = dir + "/lock";
-  const int fd =
-      open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+  FileDescriptor fd =
+      open_file(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
   struct stat status;
-  if (fd < 0 || fstat(fd, &status) != 0) {
+  if (!fd.is_open() || fstat(fd.get(), &status) != 0) {
     error = system_error("cannot open the lock " + path);
-    if (fd >= 0) close(fd);
-    return -1;
+    return {};
   }
   if (!S_ISREG(status.st_mode) || status.st_uid != 0 ||
       (status.st_mode & 077) != 0) {
     error = "the lock " + path + " is not root's alone (mode 0600)";
-    close(fd);
-    return -1;
+    return {};
   }
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::seconds(wait_seconds);
   bool said = false;
-  while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) {
+  while (retry_interrupted(
+             [&] { return flock(fd.get(), LOCK_EX | LOCK_NB); }) != 0) {
+    if (errno != EWOULDBLOCK) {
       error = system_error("cannot lock " + path);
-      close(fd);
-      return -1;
+      return {};
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       error = "another run still holds " + path + " after " +
               std::to_string(wait_seconds) + " s: giving up";
-      close(fd);
-      return -1;
+      return {};
     }
     if (!said) waiting();
     said = true;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "log/date.h"
+#include "sys/file_descriptor.h"
 
 struct NightlyState {
   // The last day settled: it and every day before it that runs were asked
@@ -37,10 +38,11 @@ bool write_state(const std::string& dir, const NightlyState& state,
 
 // Takes the exclusive lock of `dir` (its file `lock`, root's alone, mode
 // 0600, so that no other user can hold it) and returns its descriptor,
-// which holds the lock until the process ends. When another run holds it,
-// calls `waiting` once and waits at most `wait_seconds`; -1, with `error`
-// set, when the lock cannot be had.
-int take_lock(const std::string& dir, int wait_seconds,
-              const std::function<void()>& waiting, std::string& error);
+// which holds the lock for as long as it is open. When another run holds
+// it, calls `waiting` once and waits at most `wait_seconds`; a descriptor
+// not open, with `error` set, when the lock cannot be had.
+FileDescriptor take_lock(const std::string& dir, int wait_seconds,
+                         const std::function<void()>& waiting,
+                         std::string& error);
 
 #endif  // SCANREPORT_NIGHTLY_NIGHTLY_STATE_H_

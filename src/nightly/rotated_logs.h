@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "log/date.h"
+#include "sys/file_descriptor.h"
 
 enum class Compression { kNone, kGzip, kXz, kZstd, kBzip2 };
 
@@ -43,7 +44,7 @@ struct LogFile {
   RotatedName rotated;
   int64_t mtime_ns = 0;
   off_t size = 0;
-  int fd = -1;
+  FileDescriptor fd;
   // The date of its first dated line; 0 when it has none or cannot be read.
   DateStamp first_date = 0;
   // Empty when it can be read; otherwise why not.

@@ -9,6 +9,8 @@ void FileDescriptor::reset(int fd) {
   fd_ = fd;
 }
 
+bool FileDescriptor::close() { return fd_ < 0 || ::close(release()) == 0; }
+
 ssize_t FileDescriptor::read(void* buffer, size_t size) const {
   return retry_interrupted([&] { return ::read(fd_, buffer, size); });
 }

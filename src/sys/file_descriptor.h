@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string_view>
 #include <utility>
 
 // Calls `call` again for as long as it fails with EINTR, and returns its
@@ -42,6 +43,11 @@ class FileDescriptor {
   // Closes what is held (a close is never retried: Linux frees the
   // descriptor even when close reports EINTR) and holds `fd` instead.
   void reset(int fd = -1);
+  // Closes what is held now, for a caller that must know that the bytes
+  // written reached the file: a write that fails late (a full disk on some
+  // file systems, a network file system) shows only here. False when
+  // close(2) failed; true when nothing was held. Holds nothing after.
+  bool close();
 
   // read(2) of up to `size` bytes: the count read, 0 at the end of the
   // file, -1 on an error.
@@ -50,6 +56,9 @@ class FileDescriptor {
   // first error, or when nothing more can be written (a full disk), with
   // an unknown part of the bytes written.
   bool write_all(const void* data, size_t size) const;
+  bool write_all(std::string_view text) const {
+    return write_all(text.data(), text.size());
+  }
   bool truncate(off_t length) const;
 
  private:
