@@ -45,15 +45,6 @@ int open_name(int dir, const char* name, int flags) {
   return open_file_at(dir, name, flags, 0666).release();
 }
 
-// As sshd's StrictModes judges a home directory: whoever else may write
-// into it decides what its names mean.
-bool is_trusted_directory(int fd) {
-  struct stat status;
-  return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) &&
-         (status.st_uid == 0 || status.st_uid == geteuid()) &&
-         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-}
-
 // Moves `dir` down into the directory `name`, closing the one it leaves;
 // `dir` holds nothing when that directory cannot be entered.
 void enter(FileDescriptor& dir, const char* name) {
@@ -63,6 +54,15 @@ void enter(FileDescriptor& dir, const char* name) {
 }
 
 }  // namespace
+
+// As sshd's StrictModes judges a home directory: whoever else may write
+// into it decides what its names mean.
+bool is_trusted_directory(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) &&
+         (status.st_uid == 0 || status.st_uid == geteuid()) &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
 
 int open_beneath_root(const char* path, int flags) {
   const size_t root_length = std::strlen(OUTPUT_ROOT);

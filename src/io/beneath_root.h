@@ -18,4 +18,9 @@
 // links.
 int open_beneath_root(const char* path, int flags);
 
+// Whether `fd` is a directory that the walk above would pass: owned by
+// root (or by the effective user, where that is not root) and writable by
+// neither its group nor others.
+bool is_trusted_directory(int fd);
+
 #endif  // SCANREPORT_IO_BENEATH_ROOT_H_

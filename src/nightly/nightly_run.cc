@@ -55,19 +55,13 @@ DateStamp previous_day(DateStamp day) {
                                 static_cast<int>(unsigned{before.day()}));
 }
 
-bool only_root_writes(int fd) {
-  struct stat status;
-  return fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-}
-
 // Makes the day's directory, root's with mode 0755, or accepts one that
 // is already root's alone (made by an earlier run). One that anybody else
 // owns or may write into is never written into.
 bool make_day_directory(DateStamp day, std::string& error) {
   FileDescriptor traffic(
       open_beneath_root(TRAFFIC_DIR, O_RDONLY | O_DIRECTORY));
-  if (!traffic.is_open() || !only_root_writes(traffic.get())) {
+  if (!traffic.is_open() || !is_trusted_directory(traffic.get())) {
     error =
         std::string(TRAFFIC_DIR) + " is not a directory only root may write";
     return false;
@@ -85,7 +79,7 @@ bool make_day_directory(DateStamp day, std::string& error) {
   } else if (made &&
              (fchown(dir.get(), 0, 0) != 0 || fchmod(dir.get(), 0755) != 0)) {
     error = "cannot give its directory owner root and mode 0755";
-  } else if (!only_root_writes(dir.get())) {
+  } else if (!is_trusted_directory(dir.get())) {
     error = std::string(TRAFFIC_DIR) + name +
             " is not root's alone: not writing there";
   }
