@@ -1,7 +1,7 @@
 // scanreport-metrics: writes scanreport.prom for the node exporter's
-// textfile collector from a day that the nightly run has written. The
-// nightly helper calls it after a run; all the work is write_metrics_file,
-// so that the nightly program can call the same code.
+// textfile collector from a day that the nightly run has written, by hand
+// (the nightly run writes the file itself after every run). All the work
+// is write_metrics_file, the code the nightly run calls.
 #include <charconv>
 #include <cstdio>
 #include <cstring>
