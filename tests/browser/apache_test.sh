@@ -17,6 +17,12 @@ pid=
 stop() { [[ -z $pid ]] || { kill "$pid" && wait "$pid" || true; }; rm -rf "$tmp"; }
 trap stop EXIT
 cp -r "$web" "$tmp/web" && cp -al "$root" "$tmp/root"
+# A machine whose / the web server's account cannot enter (a chroot made
+# with mktemp, say) can serve nothing to anybody: skipped, not failed.
+if ! runuser -u www-data -- test -r "$tmp/web/index.php"; then
+  echo "skipped: www-data cannot reach $tmp"
+  exit 77
+fi
 grep -rlIZ "$root" "$tmp/root" | xargs -0r sed -i "s|$root|$tmp/root/|g"
 echo '<?php echo "allow_url_fopen=", ini_get("allow_url_fopen") ?: "off";' >"$tmp/web/probe.php"
 mkdir -m 0700 "$tmp/cache" && chown www-data "$tmp/cache"
