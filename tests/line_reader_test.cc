@@ -183,6 +183,26 @@ TEST(ScanToDate, StopsWhereThePlainLoopStops) {
   }
 }
 
+// A long run of usual lines before odd ones, so that the search of a
+// regular file reaches its second half, which a second thread has searched
+// meanwhile: the plain loop's stop, state and following lines either way.
+TEST(ScanToDate, TakesOverTheSecondHalfOfARegularFile) {
+  std::mt19937 random(77);
+  for (int i = 0; i < 200; ++i) {
+    std::string log;
+    for (int n = random() % 3000; n > 0; --n) log += "J1,,01-01-2024,,x\n";
+    const std::string& path = scratch_file(log + random_log(random));
+    const DateStamp first = random() % 4 ? 20240101 + random() % 20 : 20991231;
+    const size_t block =
+        kBlockSizes[3 + random() % (std::size(kBlockSizes) - 3)];
+    LineReader reader;
+    ASSERT_TRUE(reader.open(path.c_str(), block));
+    std::ifstream stream(path);
+    ASSERT_EQ(fast_scan(reader, first), plain_scan(stream, first))
+        << "log " << i << ", block " << block;
+  }
+}
+
 // A log truncated in place while it is read, as a rotation by copy and
 // truncate does: the reader reads the block in hand as it stood when it
 // was read, then the file as it now stands, and ends there, by getline and

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <string.h>  // memrchr
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
@@ -21,6 +22,11 @@ namespace {
 // is still in the core's cache when its lines are looked at.
 constexpr size_t kDefaultBlockSize = 256 << 10;
 constexpr size_t kMaxLineLength = LOG_LINE_SIZE - 1;
+
+bool is_regular_file(const FileDescriptor& fd) {
+  struct stat st;
+  return fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode);
+}
 }  // namespace
 
 LineReader::~LineReader() { close(); }
@@ -30,33 +36,104 @@ bool LineReader::open(const char* path, size_t block_size) {
   fd_ = open_file(path, O_RDONLY);
   if (!fd_.is_open()) return false;
   posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  source_ = &fd_;
+  regular_file_ = is_regular_file(fd_);
   block_size_ = block_size != 0 ? block_size : kDefaultBlockSize;
   block_ = std::make_unique_for_overwrite<char[]>(block_size_);
-  pos_ = end_ = 0;
-  eof_ = failed_ = false;
+  return true;
+}
+
+bool LineReader::open_part(const LineReader& whole, off_t offset) {
+  close();
+  if (whole.source_ == nullptr || !whole.regular_file_) return false;
+  source_ = whole.source_;
+  regular_file_ = by_offset_ = true;
+  next_offset_ = offset;
+  block_size_ = whole.block_size_;
+  block_ = std::make_unique_for_overwrite<char[]>(block_size_);
   return true;
 }
 
 void LineReader::close() {
   fd_.reset();
+  source_ = nullptr;
   block_.reset();
+  regular_file_ = by_offset_ = at_end_at_ = false;
+  next_offset_ = 0;
+  end_at_ = -1;
+  stop_flag_ = nullptr;
   pos_ = end_ = 0;
+  eof_ = failed_ = false;
 }
 
 // A read error ends the log as the end of the file does: a file stream
 // reports both as end of file.
 bool LineReader::refill() {
-  if (!fd_.is_open()) return false;
-  const ssize_t n = fd_.read(block_.get(), block_size_);
+  if (source_ == nullptr) return false;
+  if (stop_flag_ != nullptr && stop_flag_->load(std::memory_order_relaxed)) {
+    return false;
+  }
+  size_t size = block_size_;
+  if (end_at_ >= 0) {
+    if (next_offset_ >= end_at_) {
+      at_end_at_ = true;
+      return false;
+    }
+    size = static_cast<size_t>(
+        std::min<off_t>(static_cast<off_t>(size), end_at_ - next_offset_));
+  }
+  const ssize_t n = by_offset_
+                        ? source_->read_at(block_.get(), size, next_offset_)
+                        : source_->read(block_.get(), size);
   if (n <= 0) return false;
+  next_offset_ += n;
   pos_ = 0;
   end_ = static_cast<size_t>(n);
   return true;
 }
 
+off_t LineReader::read_offset() const {
+  if (!regular_file_ || eof_ || failed_) return -1;
+  return next_offset_ - static_cast<off_t>(end_ - pos_);
+}
+
+off_t LineReader::file_size() const {
+  struct stat st;
+  return source_ != nullptr && fstat(source_->get(), &st) == 0 ? st.st_size : 0;
+}
+
+off_t LineReader::line_start_from(off_t offset) const {
+  char bytes[LOG_LINE_SIZE];
+  if (source_ == nullptr || offset < 1) return -1;
+  const ssize_t n = source_->read_at(bytes, sizeof bytes, offset - 1);
+  if (n <= 0) return -1;
+  const void* line_feed = std::memchr(bytes, '\n', static_cast<size_t>(n));
+  if (line_feed == nullptr) return -1;
+  return offset + (static_cast<const char*>(line_feed) - bytes);
+}
+
+void LineReader::end_at(off_t offset) {
+  end_at_ = offset;
+  at_end_at_ = false;
+}
+
+void LineReader::continue_from(LineReader& part) {
+  block_ = std::move(part.block_);
+  pos_ = part.pos_;
+  end_ = part.end_;
+  eof_ = part.eof_;
+  failed_ = part.failed_;
+  next_offset_ = part.next_offset_;
+  // This reader's own file offset stands where its part ended; reading on
+  // by offset leaves it alone.
+  by_offset_ = true;
+  end_at(-1);
+  part.close();
+}
+
 bool LineReader::getline(char* buf) {
   buf[0] = '\0';
-  if (eof_ || failed_ || !fd_.is_open()) {
+  if (eof_ || failed_ || source_ == nullptr) {
     failed_ = true;
     return false;
   }
@@ -95,7 +172,7 @@ bool LineReader::getline(char* buf) {
 }
 
 std::string_view LineReader::buffered_lines() {
-  if (eof_ || failed_ || !fd_.is_open() || pos_ == end_) return {};
+  if (eof_ || failed_ || source_ == nullptr || pos_ == end_) return {};
   const char* start = block_.get() + pos_;
   const void* last = memrchr(start, '\n', end_ - pos_);
   if (last == nullptr) return {};

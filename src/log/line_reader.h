@@ -5,6 +5,9 @@
 #ifndef SCANREPORT_LOG_LINE_READER_H_
 #define SCANREPORT_LOG_LINE_READER_H_
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string_view>
@@ -63,11 +66,51 @@ class LineReader {
 
   bool eof() const { return eof_; }
   bool failed() const { return failed_; }
+  size_t block_size() const { return block_size_; }
+
+  // Reading a regular file in parts, each on its own thread, for a search
+  // that only needs to know where a line starts (find_period_start).
+
+  // The offset in the file of the next byte that getline would read; -1
+  // when the log is not a regular file (a pipe, whose parts cannot be read
+  // apart) or once eof() or failed() is set.
+  off_t read_offset() const;
+  // The size of the file now; 0 when it cannot be known.
+  off_t file_size() const;
+  // The offset just past the first line feed at or after `offset` - 1
+  // (`offset` at least 1), when one comes within LOG_LINE_SIZE bytes; -1
+  // otherwise. A reader that reads every line on from here without failing
+  // starts a line there.
+  off_t line_start_from(off_t offset) const;
+
+  // Opens this reader on the file that `whole` reads, from `offset` on,
+  // with whole's block size. It reads with pread(2), so `whole` can be
+  // read from another thread meanwhile; `whole` must stay open as long as
+  // this reader is used. False when `whole` is not a regular file.
+  bool open_part(const LineReader& whole, off_t offset);
+  // Makes the reader end at `offset` as if the file ended there (-1: at
+  // the file's own end), and tells whether it did.
+  void end_at(off_t offset);
+  bool ended_at_end_at() const { return at_end_at_; }
+  // Makes the reader end, as at the end of the file, at the first read
+  // after `*flag` is set, from any thread (null: never).
+  void stop_when(const std::atomic<bool>* flag) { stop_flag_ = flag; }
+  // Reads on from where `part` (opened with open_part on this reader)
+  // stands, in its state, as if this reader had read what `part` read;
+  // `part` is left without a block. Ends any end_at.
+  void continue_from(LineReader& part);
 
  private:
   bool refill();
 
-  FileDescriptor fd_;
+  FileDescriptor fd_;                       // held by a whole reader only
+  const FileDescriptor* source_ = nullptr;  // what reads read: fd_ or a whole's
+  bool regular_file_ = false;
+  bool by_offset_ = false;  // reads with pread(2) at next_offset_
+  off_t next_offset_ = 0;   // the offset of the byte after the block
+  off_t end_at_ = -1;
+  bool at_end_at_ = false;
+  const std::atomic<bool>* stop_flag_ = nullptr;
   size_t block_size_ = 0;
   std::unique_ptr<char[]> block_;
   size_t pos_ = 0;  // the read position in the block

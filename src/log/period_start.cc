@@ -4,15 +4,30 @@
 // Lines of the usual shape are judged where they lie in the reader's
 // block, a whole block at a time, without being copied again; their line
 // feeds are found 64 bytes at a time, with AVX2 where the processor has it
-// (the one choice made per run). Any other line,
+// (the one choice made per run).
+//
+// Most of a pass is the copy of the log out of the page cache, which one
+// core cannot hurry; a big log's second half is searched at once by a
+// second thread with a reader of its own, so the two copies run side by
+// side. The halves need no other exchange: the second is started at a
+// line start, which it is for the plain search too whenever that search
+// gets there, and its result counts only then. Any other line,
 // and the line at the period start, is read with getline and cut by
 // line_date, so that the line handed on and the reader's state are
 // exactly those of a plain getline loop.
 #include "log/period_start.h"
 
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <system_error>
+#include <thread>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -310,16 +325,105 @@ DateStamp line_date(char* line) {
   return log_date_to_stamp(date);
 }
 
-DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line) {
-  static const PassFunction pass_usual_lines = choose_pass();
+namespace {
+
+const PassFunction pass_usual_lines = choose_pass();
+
+// The search from where `log` stands, `date` being the date of the line
+// before (kNoLineRead: no line of this search yet).
+DateStamp search_lines(LineReader& log, DateStamp first_day, char* line,
+                       DateStamp date) {
   DateMemo memo;
-  DateStamp date = 0;
   for (;;) {
     log.consume(pass_usual_lines(log.buffered_lines(), first_day, memo, &date));
     if (!log.getline(line)) return date;
     date = line_date(line);
     if (date >= first_day) return date;
   }
+}
+
+// The date of no line: the search read none.
+constexpr DateStamp kNoLineRead = -1;
+// Less than this many blocks left, a second thread costs more than the
+// half of the search that it takes over.
+constexpr off_t kBlocksWorthASecondThread = 16;
+
+int usable_cores() {
+  cpu_set_t cores;
+  return sched_getaffinity(0, sizeof cores, &cores) == 0 ? CPU_COUNT(&cores)
+                                                         : 1;
+}
+
+// Where a second thread can take the search over: the first line start
+// past the middle of what is left of the file. -1 when the log is no
+// regular file, is small, or has no second core to run on.
+off_t second_half_start(const LineReader& log) {
+  const off_t from = log.read_offset();
+  if (from < 0) return -1;
+  const off_t left = log.file_size() - from;
+  if (left < kBlocksWorthASecondThread * static_cast<off_t>(log.block_size()) ||
+      usable_cores() < 2) {
+    return -1;
+  }
+  return log.line_start_from(from + left / 2);
+}
+
+// Starts `thread` running `work` with every signal blocked, so that
+// signals reach the thread the rest of the program runs on, as in a
+// program of one thread. False when no thread could be started.
+template <typename Work>
+bool start_thread(std::thread& thread, Work work) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  try {
+    thread = std::thread(std::move(work));
+  } catch (const std::system_error&) {
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return thread.joinable();
+}
+
+// The search with its second half, from `half` on, run on a second thread
+// at the same time. If the search of the first half reaches `half`, every
+// line before was passed over and `half` starts a line, so the second
+// half's search is the rest of the plain search, and `log` goes on from
+// where it stopped; otherwise the second half is abandoned.
+DateStamp search_in_halves(LineReader& log, off_t half, DateStamp first_day,
+                           char* line) {
+  LineReader second;
+  std::atomic<bool> first_half_stopped = false;
+  auto second_line = std::make_unique<char[]>(LOG_LINE_SIZE);
+  DateStamp second_date = kNoLineRead;
+  std::thread helper;
+  if (!second.open_part(log, half))
+    return search_lines(log, first_day, line, 0);
+  second.stop_when(&first_half_stopped);
+  if (!start_thread(helper, [&] {
+        second_date =
+            search_lines(second, first_day, second_line.get(), kNoLineRead);
+      })) {
+    return search_lines(log, first_day, line, 0);
+  }
+  log.end_at(half);
+  const DateStamp date = search_lines(log, first_day, line, 0);
+  const bool reached_half = log.ended_at_end_at();
+  log.end_at(-1);
+  if (!reached_half) first_half_stopped = true;
+  helper.join();
+  if (!reached_half) return date;
+  log.continue_from(second);
+  std::memcpy(line, second_line.get(), LOG_LINE_SIZE);
+  return second_date != kNoLineRead ? second_date : date;
+}
+
+}  // namespace
+
+DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line) {
+  const off_t half = second_half_start(log);
+  return half < 0 ? search_lines(log, first_day, line, 0)
+                  : search_in_halves(log, half, first_day, line);
 }
 
 bool period_has_records(const LineReader& log, DateStamp start_line_date,

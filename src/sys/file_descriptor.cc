@@ -15,6 +15,10 @@ ssize_t FileDescriptor::read(void* buffer, size_t size) const {
   return retry_interrupted([&] { return ::read(fd_, buffer, size); });
 }
 
+ssize_t FileDescriptor::read_at(void* buffer, size_t size, off_t offset) const {
+  return retry_interrupted([&] { return ::pread(fd_, buffer, size, offset); });
+}
+
 bool FileDescriptor::write_all(const void* data, size_t size) const {
   const char* bytes = static_cast<const char*>(data);
   while (size > 0) {

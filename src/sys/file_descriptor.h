@@ -52,6 +52,8 @@ class FileDescriptor {
   // read(2) of up to `size` bytes: the count read, 0 at the end of the
   // file, -1 on an error.
   ssize_t read(void* buffer, size_t size) const;
+  // pread(2): the same at `offset`, leaving the file offset as it is.
+  ssize_t read_at(void* buffer, size_t size, off_t offset) const;
   // Writes all `size` bytes, going on after short writes; false on the
   // first error, or when nothing more can be written (a full disk), with
   // an unknown part of the bytes written.
