@@ -184,7 +184,7 @@ TEST(ScanToDate, StopsWhereThePlainLoopStops) {
 }
 
 // A long run of usual lines before odd ones, so that the search of a
-// regular file reaches its second half, which a second thread has searched
+// regular file reaches its second half, which a child process has searched
 // meanwhile: the plain loop's stop, state and following lines either way.
 TEST(ScanToDate, TakesOverTheSecondHalfOfARegularFile) {
   std::mt19937 random(77);

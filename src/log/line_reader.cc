@@ -61,7 +61,6 @@ void LineReader::close() {
   regular_file_ = by_offset_ = at_end_at_ = false;
   next_offset_ = 0;
   end_at_ = -1;
-  stop_flag_ = nullptr;
   pos_ = end_ = 0;
   eof_ = failed_ = false;
 }
@@ -70,9 +69,6 @@ void LineReader::close() {
 // reports both as end of file.
 bool LineReader::refill() {
   if (source_ == nullptr) return false;
-  if (stop_flag_ != nullptr && stop_flag_->load(std::memory_order_relaxed)) {
-    return false;
-  }
   size_t size = block_size_;
   if (end_at_ >= 0) {
     if (next_offset_ >= end_at_) {
@@ -93,7 +89,7 @@ bool LineReader::refill() {
 }
 
 off_t LineReader::read_offset() const {
-  if (!regular_file_ || eof_ || failed_) return -1;
+  if (!regular_file_) return -1;
   return next_offset_ - static_cast<off_t>(end_ - pos_);
 }
 
@@ -113,22 +109,19 @@ off_t LineReader::line_start_from(off_t offset) const {
 }
 
 void LineReader::end_at(off_t offset) {
+  if (at_end_at_) eof_ = failed_ = false;
   end_at_ = offset;
   at_end_at_ = false;
 }
 
-void LineReader::continue_from(LineReader& part) {
-  block_ = std::move(part.block_);
-  pos_ = part.pos_;
-  end_ = part.end_;
-  eof_ = part.eof_;
-  failed_ = part.failed_;
-  next_offset_ = part.next_offset_;
-  // This reader's own file offset stands where its part ended; reading on
+void LineReader::read_from(off_t offset) {
+  next_offset_ = offset;
+  pos_ = end_ = 0;
+  eof_ = failed_ = false;
+  // This reader's own file offset stands wherever it stopped; reading on
   // by offset leaves it alone.
   by_offset_ = true;
   end_at(-1);
-  part.close();
 }
 
 bool LineReader::getline(char* buf) {

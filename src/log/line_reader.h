@@ -7,7 +7,6 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string_view>
@@ -68,12 +67,12 @@ class LineReader {
   bool failed() const { return failed_; }
   size_t block_size() const { return block_size_; }
 
-  // Reading a regular file in parts, each on its own thread, for a search
+  // Reading a regular file in parts, each in its own process, for a search
   // that only needs to know where a line starts (find_period_start).
 
   // The offset in the file of the next byte that getline would read; -1
   // when the log is not a regular file (a pipe, whose parts cannot be read
-  // apart) or once eof() or failed() is set.
+  // apart).
   off_t read_offset() const;
   // The size of the file now; 0 when it cannot be known.
   off_t file_size() const;
@@ -84,21 +83,21 @@ class LineReader {
   off_t line_start_from(off_t offset) const;
 
   // Opens this reader on the file that `whole` reads, from `offset` on,
-  // with whole's block size. It reads with pread(2), so `whole` can be
-  // read from another thread meanwhile; `whole` must stay open as long as
+  // with whole's block size. It reads with pread(2), leaving the file
+  // offset that `whole` reads at alone; `whole` must stay open as long as
   // this reader is used. False when `whole` is not a regular file.
   bool open_part(const LineReader& whole, off_t offset);
   // Makes the reader end at `offset` as if the file ended there (-1: at
-  // the file's own end), and tells whether it did.
+  // the file's own end), and tells whether it did. It applies to the reads
+  // to come: `offset` must not lie within the block in hand. A reader that
+  // ended at the previous end_at, where a line starts, reads on from there
+  // as if it had not ended.
   void end_at(off_t offset);
   bool ended_at_end_at() const { return at_end_at_; }
-  // Makes the reader end, as at the end of the file, at the first read
-  // after `*flag` is set, from any thread (null: never).
-  void stop_when(const std::atomic<bool>* flag) { stop_flag_ = flag; }
-  // Reads on from where `part` (opened with open_part on this reader)
-  // stands, in its state, as if this reader had read what `part` read;
-  // `part` is left without a block. Ends any end_at.
-  void continue_from(LineReader& part);
+  // Drops the block in hand and reads on from `offset` of a regular file,
+  // where a line starts, as a reader that had just read the line before;
+  // eof() and failed() are cleared. Ends any end_at.
+  void read_from(off_t offset);
 
  private:
   bool refill();
@@ -110,7 +109,6 @@ class LineReader {
   off_t next_offset_ = 0;   // the offset of the byte after the block
   off_t end_at_ = -1;
   bool at_end_at_ = false;
-  const std::atomic<bool>* stop_flag_ = nullptr;
   size_t block_size_ = 0;
   std::unique_ptr<char[]> block_;
   size_t pos_ = 0;  // the read position in the block

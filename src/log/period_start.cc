@@ -8,7 +8,7 @@
 //
 // Most of a pass is the copy of the log out of the page cache, which one
 // core cannot hurry; a big log's second half is searched at once by a
-// second thread with a reader of its own, so the two copies run side by
+// child process with a reader of its own, so the two copies run side by
 // side. The halves need no other exchange: the second is started at a
 // line start, which it is for the plain search too whenever that search
 // gets there, and its result counts only then. Any other line,
@@ -17,17 +17,17 @@
 // exactly those of a plain getline loop.
 #include "log/period_start.h"
 
-#include <pthread.h>
+#include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <system_error>
-#include <thread>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -329,24 +329,38 @@ namespace {
 
 const PassFunction pass_usual_lines = choose_pass();
 
+// The date of no line: the search read none.
+constexpr DateStamp kNoLineRead = -1;
+
+// Where a search stopped: the offset at which the line it stopped at
+// (or the end it found) began, and the date of the line before.
+struct SearchStop {
+  off_t offset;
+  DateStamp date_before;
+};
+
 // The search from where `log` stands, `date` being the date of the line
-// before (kNoLineRead: no line of this search yet).
+// before (kNoLineRead: no line of this search yet). Records in `*stop`,
+// when given, where it stopped.
 DateStamp search_lines(LineReader& log, DateStamp first_day, char* line,
-                       DateStamp date) {
+                       DateStamp date, SearchStop* stop = nullptr) {
   DateMemo memo;
   for (;;) {
     log.consume(pass_usual_lines(log.buffered_lines(), first_day, memo, &date));
+    if (stop != nullptr) *stop = {log.read_offset(), date};
     if (!log.getline(line)) return date;
     date = line_date(line);
     if (date >= first_day) return date;
   }
 }
 
-// The date of no line: the search read none.
-constexpr DateStamp kNoLineRead = -1;
-// Less than this many blocks left, a second thread costs more than the
-// half of the search that it takes over.
-constexpr off_t kBlocksWorthASecondThread = 16;
+// Less than this many blocks left, a second process costs more than the
+// half of the search that it takes over. More than two, so that the middle
+// lies beyond the block in hand, which end_at cannot shorten.
+constexpr off_t kBlocksWorthASecondProcess = 16;
+// Most searches end within their first blocks (a day's own input, a
+// recent day of a short log), and those need no second process.
+constexpr off_t kBlocksBeforeASecondProcess = 4;
 
 int usable_cores() {
   cpu_set_t cores;
@@ -354,76 +368,112 @@ int usable_cores() {
                                                          : 1;
 }
 
-// Where a second thread can take the search over: the first line start
-// past the middle of what is left of the file. -1 when the log is no
-// regular file, is small, or has no second core to run on.
-off_t second_half_start(const LineReader& log) {
+// The first line start `blocks` blocks on from where `log` stands, if the
+// log is a regular file with enough left for a second process and there
+// is a second core to run it on; -1 otherwise.
+off_t line_start_blocks_on(const LineReader& log, off_t blocks) {
   const off_t from = log.read_offset();
-  if (from < 0) return -1;
-  const off_t left = log.file_size() - from;
-  if (left < kBlocksWorthASecondThread * static_cast<off_t>(log.block_size()) ||
+  const auto block = static_cast<off_t>(log.block_size());
+  if (from < 0 || log.eof() || log.failed() ||
+      log.file_size() - from < kBlocksWorthASecondProcess * block ||
       usable_cores() < 2) {
     return -1;
   }
-  return log.line_start_from(from + left / 2);
+  return log.line_start_from(from + blocks * block);
 }
 
-// Starts `thread` running `work` with every signal blocked, so that
-// signals reach the thread the rest of the program runs on, as in a
-// program of one thread. False when no thread could be started.
-template <typename Work>
-bool start_thread(std::thread& thread, Work work) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    thread = std::thread(std::move(work));
-  } catch (const std::system_error&) {
-  }
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return thread.joinable();
+// Where a second process can take the search over: the first line start
+// past the middle of what is left of the file; -1 when it is not worth it.
+off_t second_half_start(const LineReader& log) {
+  const off_t blocks_left =
+      (log.file_size() - log.read_offset()) /
+      static_cast<off_t>(std::max<size_t>(log.block_size(), 1));
+  return line_start_blocks_on(log, blocks_left / 2);
 }
 
-// The search with its second half, from `half` on, run on a second thread
-// at the same time. If the search of the first half reaches `half`, every
-// line before was passed over and `half` starts a line, so the second
-// half's search is the rest of the plain search, and `log` goes on from
-// where it stopped; otherwise the second half is abandoned.
-DateStamp search_in_halves(LineReader& log, off_t half, DateStamp first_day,
-                           char* line) {
-  LineReader second;
-  std::atomic<bool> first_half_stopped = false;
-  auto second_line = std::make_unique<char[]>(LOG_LINE_SIZE);
-  DateStamp second_date = kNoLineRead;
-  std::thread helper;
-  if (!second.open_part(log, half))
-    return search_lines(log, first_day, line, 0);
-  second.stop_when(&first_half_stopped);
-  if (!start_thread(helper, [&] {
-        second_date =
-            search_lines(second, first_day, second_line.get(), kNoLineRead);
-      })) {
-    return search_lines(log, first_day, line, 0);
-  }
-  log.end_at(half);
-  const DateStamp date = search_lines(log, first_day, line, 0);
-  const bool reached_half = log.ended_at_end_at();
+// The search up to `end`, a line start, as if the log ended there. True
+// when it got there: `log` then reads on from `end` as if it had not
+// stopped, and *date is the date of the line before.
+bool search_up_to(LineReader& log, off_t end, DateStamp first_day, char* line,
+                  DateStamp* date) {
+  log.end_at(end);
+  *date = search_lines(log, first_day, line, *date);
+  const bool reached = log.ended_at_end_at();
   log.end_at(-1);
-  if (!reached_half) first_half_stopped = true;
-  helper.join();
+  return reached;
+}
+
+// In the child: searches from `half` on with a reader of its own and
+// writes where it stopped into `out`. Ends the process without running
+// anything of the parent's (no buffered output of the parent is written).
+[[noreturn]] void search_second_half(const LineReader& log, off_t half,
+                                     DateStamp first_day, int out) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  SearchStop stop = {-1, kNoLineRead};
+  LineReader second;
+  if (second.open_part(log, half)) {
+    auto line = std::make_unique<char[]>(LOG_LINE_SIZE);
+    search_lines(second, first_day, line.get(), kNoLineRead, &stop);
+  }
+  const bool written = FileDescriptor(out).write_all(&stop, sizeof stop);
+  _exit(written ? 0 : 1);
+}
+
+// Where the child's search stopped; false when it did not say (it failed,
+// or was ended). Reaps the child either way.
+bool second_half_stop(pid_t child, const FileDescriptor& from_child,
+                      SearchStop* stop) {
+  ssize_t n = from_child.read(stop, sizeof *stop);
+  int status = 0;
+  retry_interrupted([&] { return waitpid(child, &status, 0); });
+  return n == static_cast<ssize_t>(sizeof *stop) && stop->offset >= 0;
+}
+
+// The search with its second half, from `half` on, run by a child process
+// at the same time: a process, not a thread, so that the C library keeps
+// its one-thread ways (a thread, once started, makes every allocation of
+// the run lock, which costs a day of a million names 8 %). If the search
+// of the first half reaches `half`, every line before was passed over and
+// `half` starts a line, so the child's search is the rest of the plain
+// search: the search goes on from the line the child stopped at, which it
+// reads again. Otherwise the child is ended.
+DateStamp search_in_halves(LineReader& log, off_t half, DateStamp first_day,
+                           char* line, DateStamp date) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return search_lines(log, first_day, line, date);
+  }
+  FileDescriptor from_child(ends[0]);
+  FileDescriptor to_parent(ends[1]);
+  const pid_t child = fork();
+  if (child == 0) search_second_half(log, half, first_day, to_parent.release());
+  to_parent.reset();
+  if (child < 0) return search_lines(log, first_day, line, date);
+  const bool reached_half = search_up_to(log, half, first_day, line, &date);
+  if (!reached_half) kill(child, SIGKILL);
+  SearchStop stop;
+  const bool child_stopped = second_half_stop(child, from_child, &stop);
   if (!reached_half) return date;
-  log.continue_from(second);
-  std::memcpy(line, second_line.get(), LOG_LINE_SIZE);
-  return second_date != kNoLineRead ? second_date : date;
+  if (child_stopped) {
+    log.read_from(stop.offset);
+    if (stop.date_before != kNoLineRead) date = stop.date_before;
+  }
+  return search_lines(log, first_day, line, date);
 }
 
 }  // namespace
 
 DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line) {
+  DateStamp date = 0;
+  const off_t first_blocks_end =
+      line_start_blocks_on(log, kBlocksBeforeASecondProcess);
+  if (first_blocks_end < 0) return search_lines(log, first_day, line, date);
+  if (!search_up_to(log, first_blocks_end, first_day, line, &date)) {
+    return date;
+  }
   const off_t half = second_half_start(log);
-  return half < 0 ? search_lines(log, first_day, line, 0)
-                  : search_in_halves(log, half, first_day, line);
+  return half < 0 ? search_lines(log, first_day, line, date)
+                  : search_in_halves(log, half, first_day, line, date);
 }
 
 bool period_has_records(const LineReader& log, DateStamp start_line_date,

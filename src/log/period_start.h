@@ -20,9 +20,10 @@
 // The result is then the date of the last line read, or 0.
 //
 // On a regular file with more than 16 blocks left and a second core to
-// run on, the second half of what is left is searched on a second thread
-// at the same time as the first: the result, `line` and the reader's
-// state are still exactly those of the search line by line.
+// run on, a search that goes on past its first 4 blocks has the second
+// half of what is left searched by a child process at the same time: the
+// result, `line` and the reader's state are still exactly those of the
+// search line by line.
 DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line);
 
 // Whether a period that ends on `last_day` has records, once
