@@ -368,27 +368,18 @@ int usable_cores() {
                                                          : 1;
 }
 
-// The first line start `blocks` blocks on from where `log` stands, if the
-// log is a regular file with enough left for a second process and there
-// is a second core to run it on; -1 otherwise.
-off_t line_start_blocks_on(const LineReader& log, off_t blocks) {
+// The first line start `distance` bytes on from where `log` stands, if
+// the log is a regular file with enough left for a second process and
+// there is a second core to run it on; -1 otherwise.
+off_t line_start_past(const LineReader& log, off_t distance) {
   const off_t from = log.read_offset();
-  const auto block = static_cast<off_t>(log.block_size());
   if (from < 0 || log.eof() || log.failed() ||
-      log.file_size() - from < kBlocksWorthASecondProcess * block ||
+      log.file_size() - from <
+          kBlocksWorthASecondProcess * static_cast<off_t>(log.block_size()) ||
       usable_cores() < 2) {
     return -1;
   }
-  return log.line_start_from(from + blocks * block);
-}
-
-// Where a second process can take the search over: the first line start
-// past the middle of what is left of the file; -1 when it is not worth it.
-off_t second_half_start(const LineReader& log) {
-  const off_t blocks_left =
-      (log.file_size() - log.read_offset()) /
-      static_cast<off_t>(std::max<size_t>(log.block_size(), 1));
-  return line_start_blocks_on(log, blocks_left / 2);
+  return log.line_start_from(from + distance);
 }
 
 // The search up to `end`, a line start, as if the log ended there. True
@@ -465,13 +456,15 @@ DateStamp search_in_halves(LineReader& log, off_t half, DateStamp first_day,
 
 DateStamp find_period_start(LineReader& log, DateStamp first_day, char* line) {
   DateStamp date = 0;
-  const off_t first_blocks_end =
-      line_start_blocks_on(log, kBlocksBeforeASecondProcess);
+  const off_t first_blocks_end = line_start_past(
+      log, kBlocksBeforeASecondProcess * static_cast<off_t>(log.block_size()));
   if (first_blocks_end < 0) return search_lines(log, first_day, line, date);
   if (!search_up_to(log, first_blocks_end, first_day, line, &date)) {
     return date;
   }
-  const off_t half = second_half_start(log);
+  // The second process takes over past the middle of what is left.
+  const off_t half =
+      line_start_past(log, (log.file_size() - log.read_offset()) / 2);
   return half < 0 ? search_lines(log, first_day, line, date)
                   : search_in_halves(log, half, first_day, line, date);
 }
